@@ -1,0 +1,83 @@
+// One small owner per handle kind: each kind names its invalid value and its close function.
+#pragma once
+
+#include <windows.h>
+
+#include <utility>
+
+template <typename Traits> class TqUniqueResource {
+public:
+    using value_type = typename Traits::type;
+
+    TqUniqueResource() noexcept = default;
+    explicit TqUniqueResource(value_type value) noexcept : value_(value) {}
+    TqUniqueResource(TqUniqueResource&& other) noexcept : value_(other.release()) {}
+    TqUniqueResource& operator=(TqUniqueResource&& other) noexcept {
+        if (this != &other) {
+            reset(other.release());
+        }
+        return *this;
+    }
+    TqUniqueResource(const TqUniqueResource&) = delete;
+    TqUniqueResource& operator=(const TqUniqueResource&) = delete;
+    ~TqUniqueResource() { reset(); }
+
+    value_type get() const noexcept { return value_; }
+    bool valid() const noexcept { return value_ != Traits::invalid(); }
+    explicit operator bool() const noexcept { return valid(); }
+
+    // For out-parameters of the API calls that open a handle.
+    value_type* put() noexcept {
+        reset();
+        return &value_;
+    }
+
+    value_type release() noexcept { return std::exchange(value_, Traits::invalid()); }
+
+    void reset(value_type value = Traits::invalid()) noexcept {
+        const value_type old = std::exchange(value_, value);
+        if (old != Traits::invalid()) {
+            Traits::close(old);
+        }
+    }
+
+private:
+    value_type value_ = Traits::invalid();
+};
+
+struct TqRegKeyTraits {
+    using type = HKEY;
+    static type invalid() noexcept { return nullptr; }
+    static void close(type key) noexcept { ::RegCloseKey(key); }
+};
+
+struct TqKernelHandleTraits {
+    using type = HANDLE;
+    static type invalid() noexcept { return nullptr; }
+    static void close(type handle) noexcept { ::CloseHandle(handle); }
+};
+
+// CreateFile reports failure with INVALID_HANDLE_VALUE instead of null.
+struct TqFileHandleTraits {
+    using type = HANDLE;
+    static type invalid() noexcept { return INVALID_HANDLE_VALUE; }
+    static void close(type handle) noexcept { ::CloseHandle(handle); }
+};
+
+struct TqModuleTraits {
+    using type = HMODULE;
+    static type invalid() noexcept { return nullptr; }
+    static void close(type module) noexcept { ::FreeLibrary(module); }
+};
+
+struct TqLocalMemoryTraits {
+    using type = HLOCAL;
+    static type invalid() noexcept { return nullptr; }
+    static void close(type memory) noexcept { ::LocalFree(memory); }
+};
+
+using TqUniqueRegKey = TqUniqueResource<TqRegKeyTraits>;
+using TqUniqueHandle = TqUniqueResource<TqKernelHandleTraits>;
+using TqUniqueFile = TqUniqueResource<TqFileHandleTraits>;
+using TqUniqueModule = TqUniqueResource<TqModuleTraits>;
+using TqUniqueLocalMemory = TqUniqueResource<TqLocalMemoryTraits>;

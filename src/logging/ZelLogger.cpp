@@ -1,0 +1,96 @@
+#include "ZelLogger.h"
+
+#include <cstdio>
+#include <iostream>
+#include <stdexcept>
+
+namespace {
+
+ZelLogger gLogger;
+
+const char* levelName(unsigned level) {
+    static const char* const kNames[] = {"TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL"};
+    const char* name = "";
+    for (unsigned bit = 0; bit < 6; ++bit) {
+        if ((level & (1u << bit)) != 0) {
+            name = kNames[bit];
+        }
+    }
+    return name;
+}
+
+bool appendToFile(HANDLE file, const std::string& text) {
+    DWORD written = 0;
+    return ::WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) &&
+           written == text.size();
+}
+
+} // namespace
+
+ZelLogger& TqLogger() noexcept {
+    return gLogger;
+}
+
+void ZelLogger::SetFileName(const char* name) {
+    if (name == nullptr) {
+        throw std::runtime_error("Invalid file name");
+    }
+    if (fileName_ == name) {
+        return;
+    }
+    fileName_ = name;
+    file_.reset();
+    // Append mode: every write lands at the end, also when other processes write the file.
+    file_.reset(::CreateFileA(name, FILE_APPEND_DATA,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file_) {
+        std::cerr << "ZelLogger::SetFileName : Failed to open log file '" << name << "'";
+        std::cerr.flush();
+        fileName_.clear();
+    }
+}
+
+void ZelLogger::Log(unsigned level, const std::string& tag, const std::string& function,
+                    const std::string& message) noexcept {
+    try {
+        if (level < 1 || level > 127 || level == kLogEcho) {
+            return;
+        }
+        const unsigned fileLevel = level & ~static_cast<unsigned>(kLogEcho);
+        if (fileName_.empty() || (mask_ & level) != fileLevel) {
+            return;
+        }
+        if (!file_) {
+            std::cerr << "ZelLogger::Log : Log file '" << fileName_ << "' is not opened."
+                      << std::endl;
+        }
+        std::string line = "[" + getDateTime() + "][PID " + getCurrentThreadID() + "][" +
+                           levelName(fileLevel) + "] " + tag + (tag.empty() ? "" : "::") +
+                           function + " : " + message;
+        if ((level & kLogEcho) != 0) {
+            std::cout << line << std::endl;
+        }
+        if (fileLevel != 0 && fileLevel < 63 && file_) {
+            line += "\n";
+            appendToFile(file_.get(), line);
+        }
+    } catch (...) {
+        // A log line is never worth an exception in the caller's process.
+    }
+}
+
+std::string ZelLogger::getDateTime() {
+    SYSTEMTIME now;
+    ::GetLocalTime(&now);
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, "%u-%u-%u %02u:%02u:%02u:%03u", now.wDay, now.wMonth,
+                  now.wYear, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds);
+    return buffer;
+}
+
+std::string ZelLogger::getCurrentThreadID() {
+    char buffer[16];
+    std::snprintf(buffer, sizeof buffer, "0x%08X", static_cast<unsigned>(::GetCurrentThreadId()));
+    return buffer;
+}

@@ -1,0 +1,45 @@
+// The library's one process-wide log writer.
+#pragma once
+
+#include "hostutil/TqUniqueResource.h"
+
+#include <cstdint>
+#include <string>
+
+enum ZelLogLevel : unsigned {
+    kLogTrace = 1,
+    kLogDebug = 2,
+    kLogInfo = 4,
+    kLogWarn = 8,
+    kLogError = 16,
+    kLogFatal = 32,
+    kLogEcho = 64, // also writes the line to standard output
+};
+
+class ZelLogger {
+public:
+    static constexpr std::uint32_t kDefaultMask = kLogInfo | kLogWarn | kLogError | kLogFatal;
+
+    // Points the logger at a file, opened for appending and shared with other processes.
+    // Throws std::runtime_error("Invalid file name") for a null name.
+    void SetFileName(const char* name);
+
+    // Writes one line; never throws.
+    void Log(unsigned level, const std::string& tag, const std::string& function,
+             const std::string& message) noexcept;
+
+    // "15-11-2026 19:43:21:007": local time, day first.
+    static std::string getDateTime();
+    // "0x0000012C": the calling thread's id.
+    static std::string getCurrentThreadID();
+
+    const std::string& fileName() const noexcept { return fileName_; }
+
+private:
+    std::uint32_t mask_ = kDefaultMask;
+    std::string fileName_;
+    TqUniqueFile file_;
+};
+
+// The single instance every operation and worker writes through.
+ZelLogger& TqLogger() noexcept;

@@ -1,0 +1,82 @@
+#include "TqFileVersion.h"
+
+#include "logging/ZelLogger.h"
+#include "platform/TqErrorText.h"
+#include "platform/TqOutputText.h"
+#include "platform/TqResultCodes.h"
+#include "platform/TqWorkerFailure.h"
+
+#include <cstdio>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+constexpr const char* kTag = "ZelPlatformMethods";
+constexpr const char* kFunction = "ZelDLLCommonCPPGetFileVersion";
+constexpr DWORD kFixedInfoSignature = 0xFEEF04BD;
+
+// Sets the mapped code of the thread's last Windows error and throws "<call>: <system text>".
+[[noreturn]] void failWithLastError(const char* call, int& result) {
+    const DWORD error = ::GetLastError();
+    result = TqMapFileVersionError(error);
+    throw std::runtime_error(std::string(call) + ": " + TqGetLastErrorAsString(error));
+}
+
+} // namespace
+
+int ZelDLLCommonCPPGetFileVersion(const char* path, char** versionOut, int* versionLengthOut,
+                                  const char* logFile) noexcept {
+    int result = tq::kSuccess;
+    try {
+        if (logFile != nullptr) {
+            TqLogger().SetFileName(logFile);
+        }
+        TqLogger().Log(kLogInfo, kTag, kFunction, "Entered");
+        if (path == nullptr || versionOut == nullptr || versionLengthOut == nullptr) {
+            result = tq::kInvalidArguments;
+            throw std::runtime_error("One or more calling arguments is invalid");
+        }
+        *versionOut = nullptr;
+        *versionLengthOut = 0;
+
+        DWORD handle = 0;
+        const DWORD size = ::GetFileVersionInfoSizeA(path, &handle);
+        if (size == 0) {
+            failWithLastError("GetFileVersionInfoSize", result);
+        }
+        std::vector<char> block(size);
+        if (!::GetFileVersionInfoA(path, handle, size, block.data())) {
+            failWithLastError("GetFileVersionInfo", result);
+        }
+        void* info = nullptr;
+        UINT infoLength = 0;
+        if (!::VerQueryValueA(block.data(), "\\", &info, &infoLength)) {
+            failWithLastError("VerQueryValue", result);
+        }
+        if (infoLength == 0) {
+            result = tq::kInvalidSize;
+            throw std::runtime_error("VerQueryValue size is invalid.");
+        }
+        const auto* fixed = static_cast<const VS_FIXEDFILEINFO*>(info);
+        unsigned major = 0;
+        if (fixed->dwSignature == kFixedInfoSignature) {
+            major = HIWORD(fixed->dwFileVersionMS);
+        }
+        char text[25];
+        std::snprintf(text, sizeof text, "%d", static_cast<int>(major));
+        TqHandOutText(text, versionOut, versionLengthOut);
+        TqLogger().Log(kLogInfo, kTag, kFunction, "Leaving");
+    } catch (...) {
+        if (versionOut != nullptr) {
+            *versionOut = nullptr;
+        }
+        if (result == tq::kSuccess) {
+            result = tq::kExceptionOccurred;
+        }
+        const char* text = TqCurrentExceptionText();
+        TqLogger().Log(kLogError, kTag, kFunction,
+                       text != nullptr ? text : "Unexpected Error occurred");
+    }
+    return result;
+}

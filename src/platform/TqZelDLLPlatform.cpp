@@ -1,0 +1,181 @@
+#include "TqZelDLLPlatform.h"
+
+#include "card/TqEnrollmentMode.h"
+#include "logging/ZelLogger.h"
+#include "platform/TqResultCodes.h"
+#include "platform/TqWorkerFailure.h"
+
+#include <cstdlib>
+#include <stdexcept>
+
+namespace {
+
+constexpr const char* kInvalidOutputs = "One or more calling arguments is invalid";
+
+// A failed worker: its code stays the operation's result, the text names the worker.
+[[noreturn]] void throwWorkerFailure(const char* prefix, int result) {
+    throw std::runtime_error(prefix + TqGetCommonResultText(result));
+}
+
+// Operations whose workers this build does not contain answer 14.
+[[noreturn]] void throwNotAvailable(int& result) {
+    result = tq::kUnsupported;
+    throw std::runtime_error("The operation is not available in this build. Error Code: " +
+                             TqGetCommonResultText(result));
+}
+
+} // namespace
+
+// The common frame: points the logger at logFile, runs the body and logs "Leaving". Any
+// exception becomes an ERROR line and a result code (23 unless the body set one), and the
+// caller's text pointer reads null afterwards; text stored there during this call is released
+// first, what the caller passed in is never touched.
+template <typename Body>
+int TqZelDLLPlatform::inFrame(const char* function, const char* logFile, char** textOut,
+                              Body&& body) noexcept {
+    int result = tq::kSuccess;
+    char* const textOnEntry = textOut != nullptr ? *textOut : nullptr;
+    try {
+        if (logFile != nullptr) {
+            TqLogger().SetFileName(logFile);
+        }
+        body(result);
+        TqLogger().Log(kLogInfo, tag, function, "Leaving");
+    } catch (...) {
+        if (result == tq::kSuccess) {
+            result = tq::kExceptionOccurred;
+        }
+        if (textOut != nullptr) {
+            if (*textOut != textOnEntry) {
+                std::free(*textOut);
+            }
+            *textOut = nullptr;
+        }
+        const char* text = TqCurrentExceptionText();
+        TqLogger().Log(kLogError, tag, function,
+                       text != nullptr ? text : "Unexpected Error occurred");
+    }
+    return result;
+}
+
+void TqZelDLLPlatform::requireArguments(bool valid, const char* failureText, int& result) const {
+    if (!valid) {
+        result = tq::kInvalidArguments;
+        throw std::runtime_error(failureText);
+    }
+}
+
+void TqZelDLLPlatform::logEntered(const char* function) const {
+    TqLogger().Log(kLogInfo, tag, function, "Entered");
+}
+
+int TqZelDLLPlatform::getEnrollmentMode(TqEnrollmentProvider* provider, char** modeOut,
+                                        int* modeLengthOut, const char* logFile) noexcept {
+    constexpr const char* kName = "TqZelDLLPlatform::getEnrollmentMode";
+    return inFrame(kName, logFile, modeOut, [&](int& result) {
+        requireArguments(modeOut != nullptr && modeLengthOut != nullptr, kInvalidOutputs, result);
+        logEntered(kName);
+        if (provider != nullptr && provider->isPKCS11Route(logFile) == 1) {
+            provider->readEnrollmentMode(modeOut, modeLengthOut, logFile);
+            return;
+        }
+        // 4 and 11 come with the answer "NOT SET": the caller gets both.
+        result = TqGetEnrollmentMode(modeOut, modeLengthOut, logFile);
+    });
+}
+
+int TqZelDLLPlatform::setEnrollmentMode(TqEnrollmentProvider* provider, const char* applet,
+                                        const char* logFile) noexcept {
+    constexpr const char* kName = "TqZelDLLPlatform::setEnrollmentMode";
+    return inFrame(kName, logFile, nullptr, [&](int& result) {
+        requireArguments(applet != nullptr, "applet Argument is invalid", result);
+        logEntered(kName);
+        if (provider != nullptr && provider->isPKCS11Route(logFile) == 1) {
+            throwNotAvailable(result);
+        }
+        result = TqSwitchEnrollmentMode(applet, logFile);
+        if (TqWorkerFailed(TqFailureTest::kNonZero, result)) {
+            throwWorkerFailure("TqSwitchEnrollmentMode failed. Error Code: ", result);
+        }
+    });
+}
+
+int TqZelDLLPlatform::setATRMiddlewareDetection(const char* atr, const char* logFile) noexcept {
+    constexpr const char* kName = "TqZelDLLPlatform::setATRMiddlewareDetection";
+    return inFrame(kName, logFile, nullptr, [&](int& result) {
+        requireArguments(atr != nullptr, "ATR Argument is invalid", result);
+        logEntered(kName);
+        throwNotAvailable(result);
+    });
+}
+
+int TqZelDLLPlatform::getATRMiddlewareDetection(char** jsonOut, int* jsonLengthOut,
+                                                const char* logFile) noexcept {
+    constexpr const char* kName = "TqZelDLLPlatform::getATRMiddlewareDetection";
+    return inFrame(kName, logFile, jsonOut, [&](int& result) {
+        requireArguments(jsonOut != nullptr && jsonLengthOut != nullptr, kInvalidOutputs, result);
+        logEntered(kName);
+        throwNotAvailable(result);
+    });
+}
+
+int TqZelDLLPlatform::OberthurMiddlewareDetection(int, const char* logFile) noexcept {
+    constexpr const char* kName = "TqZelDLLPlatform::OberthurMiddlewareDetection";
+    return inFrame(kName, logFile, nullptr, [&](int& result) {
+        logEntered(kName);
+        throwNotAvailable(result);
+    });
+}
+
+int TqZelDLLPlatform::OberthurMiddlewareDetectionJSON(char** jsonOut, int* jsonLengthOut,
+                                                      const char* logFile) noexcept {
+    constexpr const char* kName = "TqZelDLLPlatform::OberthurMiddlewareDetectionJSON";
+    return inFrame(kName, logFile, jsonOut, [&](int& result) {
+        requireArguments(jsonOut != nullptr && jsonLengthOut != nullptr, kInvalidOutputs, result);
+        logEntered(kName);
+        throwNotAvailable(result);
+    });
+}
+
+int TqZelDLLPlatform::SupportedMiddlewareDetectionJSON(char** jsonOut, int* jsonLengthOut,
+                                                       const char* logFile) noexcept {
+    constexpr const char* kName = "TqZelDLLPlatform::SupportedMiddlewareDetectionJSON";
+    return inFrame(kName, logFile, jsonOut, [&](int& result) {
+        requireArguments(jsonOut != nullptr && jsonLengthOut != nullptr, kInvalidOutputs, result);
+        logEntered(kName);
+        throwNotAvailable(result);
+    });
+}
+
+int TqZelDLLPlatform::detectIdentityAgent(char** jsonOut, int* jsonLengthOut,
+                                          const char* logFile) noexcept {
+    constexpr const char* kName = "TqZelDLLPlatform::detectIdentityAgent";
+    return inFrame(kName, logFile, jsonOut, [&](int& result) {
+        requireArguments(jsonOut != nullptr && jsonLengthOut != nullptr, kInvalidOutputs, result);
+        logEntered(kName);
+        throwNotAvailable(result);
+    });
+}
+
+int TqZelDLLPlatform::setIdentityAgentSpringCheck(bool, const char* logFile) noexcept {
+    constexpr const char* kName = "TqZelDLLPlatform::setIdentityAgentSpringCheck";
+    return inFrame(kName, logFile, nullptr, [&](int& result) {
+        logEntered(kName);
+        throwNotAvailable(result);
+    });
+}
+
+int TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear(const char*, const char*,
+                                                            const char* logFile) noexcept {
+    constexpr const char* kName = "TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear";
+    return inFrame(kName, logFile, nullptr, [&](int& result) {
+        logEntered(kName);
+        throwNotAvailable(result);
+    });
+}
+
+int TqZelDLLPlatform::OberthurCacheClear(const char*, const char*, const char* logFile) noexcept {
+    constexpr const char* kName = "TqZelDLLPlatform::OberthurCacheClear";
+    logEntered(kName); // before the caller's log file applies: it goes to the previous file
+    return inFrame(kName, logFile, nullptr, [&](int& result) { throwNotAvailable(result); });
+}

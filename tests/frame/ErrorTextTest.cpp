@@ -1,0 +1,52 @@
+#include "platform/TqErrorText.h"
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::GetCapturedStderr;
+
+// The system's own text of a code, as FormatMessage gives it on this host.
+std::string systemText(DWORD code) {
+    char buffer[1024];
+    const DWORD length =
+        ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
+                         MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), buffer, sizeof buffer, nullptr);
+    return std::string(buffer, length);
+}
+
+TEST(LastErrorText, CarriesTheCodeAndTheSystemText) {
+    ASSERT_FALSE(systemText(ERROR_ACCESS_DENIED).empty());
+    EXPECT_EQ("(0x00000005) - " + systemText(ERROR_ACCESS_DENIED),
+              TqGetLastErrorAsString(ERROR_ACCESS_DENIED));
+    EXPECT_EQ("(0x00000002) - " + systemText(ERROR_FILE_NOT_FOUND),
+              TqGetLastErrorAsString(ERROR_FILE_NOT_FOUND));
+}
+
+TEST(LastErrorText, ACodeWithoutSystemTextSaysSoAndReportsTheFailure) {
+    CaptureStderr();
+    const std::string text = TqGetLastErrorAsString(0x2BADC0DE);
+    const std::string diagnostics = GetCapturedStderr();
+    EXPECT_EQ("(0x2badc0de) - NO MESSAGE FOR THIS ERROR CODE", text);
+    // 0x13d: ERROR_MR_MID_NOT_FOUND, FormatMessage's own failure.
+    EXPECT_EQ("TqGetLastErrorAsString : FormatMessage failed. - Error(0x13d).\n", diagnostics);
+}
+
+TEST(SmartCardErrorText, KnownCodeReadsMessageAndCode) {
+    EXPECT_EQ("The user - specified time - out value has expired. Error Code: (0x8010000a)",
+              TqGetSmartCardErrorText(0x8010000A));
+    EXPECT_EQ("No error was encountered. Error Code: (0x00000000)", TqGetSmartCardErrorText(0));
+    EXPECT_EQ("The specified reader name is not recognized. Error Code: (0x80100009)",
+              TqGetSmartCardErrorText(0x80100009));
+}
+
+TEST(SmartCardErrorText, UnknownCodeFallsBackToTheWindowsText) {
+    EXPECT_EQ("Unknown SCard Error. Windows Error: (0x00000005) - " +
+                  systemText(ERROR_ACCESS_DENIED),
+              TqGetSmartCardErrorText(ERROR_ACCESS_DENIED));
+}
+
+} // namespace

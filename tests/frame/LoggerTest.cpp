@@ -1,0 +1,231 @@
+#include "logging/ZelLogger.h"
+
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <stdexcept>
+
+namespace {
+
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::CaptureStdout;
+using ::testing::internal::GetCapturedStderr;
+using ::testing::internal::GetCapturedStdout;
+using zeltest::ScratchLogFile;
+
+TEST(ZelLogger, WritesNothingBeforeAFileIsSet) {
+    ZelLogger logger;
+    CaptureStdout();
+    CaptureStderr();
+    logger.Log(kLogError, "Tag", "Function", "message");
+    logger.Log(kLogError | kLogEcho, "Tag", "Function", "message");
+    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", GetCapturedStdout());
+    EXPECT_EQ("", logger.fileName());
+}
+
+TEST(ZelLogger, TheProcessWideLoggerStartsWithoutAFile) {
+    EXPECT_EQ("", TqLogger().fileName());
+}
+
+TEST(ZelLogger, LineCarriesTimestampThreadLevelTagFunctionAndMessage) {
+    ScratchLogFile log;
+    ZelLogger logger;
+    logger.SetFileName(log.path());
+    SYSTEMTIME before;
+    ::GetLocalTime(&before);
+    logger.Log(kLogInfo, "TqZelPlatformMethods", "TqGetEnrollmentMode", "Registry VKey Not Set");
+
+    const std::string text = log.contents();
+    std::smatch match;
+    ASSERT_TRUE(std::regex_match(
+        text, match,
+        std::regex(
+            R"(\[([1-9][0-9]?)-([1-9][0-9]?)-([0-9]{4}) [0-9]{2}:[0-9]{2}:[0-9]{2}:[0-9]{3}\]\[PID 0x([0-9A-F]{8})\](.*)\n)")))
+        << text;
+    EXPECT_EQ(std::to_string(before.wDay), match[1].str());
+    EXPECT_EQ(std::to_string(before.wMonth), match[2].str());
+    EXPECT_EQ(std::to_string(before.wYear), match[3].str());
+    EXPECT_EQ(std::stoul(match[4].str(), nullptr, 16), ::GetCurrentThreadId());
+    EXPECT_EQ("[INFO] TqZelPlatformMethods::TqGetEnrollmentMode : Registry VKey Not Set",
+              match[5].str());
+}
+
+TEST(ZelLogger, EmptyTagLeavesOutTheSeparator) {
+    ScratchLogFile log;
+    ZelLogger logger;
+    logger.SetFileName(log.path());
+    logger.Log(kLogInfo, "", "TqZelDLLPlatform::getEnrollmentMode", "Entered");
+    EXPECT_EQ(std::vector<std::string>{"[INFO] TqZelDLLPlatform::getEnrollmentMode : Entered"},
+              log.bodies());
+}
+
+TEST(ZelLogger, TimestampIsDayFirstWithoutPaddingOfDayMonthAndYear) {
+    const std::string stamp = ZelLogger::getDateTime();
+    EXPECT_TRUE(std::regex_match(
+        stamp,
+        std::regex(R"([1-9][0-9]?-[1-9][0-9]?-[0-9]{4} [0-9]{2}:[0-9]{2}:[0-9]{2}:[0-9]{3})")))
+        << stamp;
+}
+
+TEST(ZelLogger, ThreadIdIsUpperCaseHexWidthEight) {
+    char expected[16];
+    std::snprintf(expected, sizeof expected, "0x%08lX", ::GetCurrentThreadId());
+    EXPECT_EQ(expected, ZelLogger::getCurrentThreadID());
+}
+
+TEST(ZelLogger, DefaultMaskDropsTraceAndDebug) {
+    ScratchLogFile log;
+    ZelLogger logger;
+    logger.SetFileName(log.path());
+    logger.Log(kLogTrace, "T", "F", "trace");
+    logger.Log(kLogDebug, "T", "F", "debug");
+    logger.Log(kLogInfo, "T", "F", "info");
+    logger.Log(kLogWarn, "T", "F", "warn");
+    logger.Log(kLogError, "T", "F", "error");
+    logger.Log(kLogFatal, "T", "F", "fatal");
+    EXPECT_EQ((std::vector<std::string>{"[INFO] T::F : info", "[WARN] T::F : warn",
+                                        "[ERROR] T::F : error", "[FATAL] T::F : fatal"}),
+              log.bodies());
+}
+
+TEST(ZelLogger, LevelsOutsideTheRangeAndTheBareEchoBitWriteNothing) {
+    ScratchLogFile log;
+    ZelLogger logger;
+    logger.SetFileName(log.path());
+    CaptureStdout();
+    logger.Log(0, "T", "F", "zero");
+    logger.Log(64, "T", "F", "echo only");
+    logger.Log(128, "T", "F", "too high");
+    logger.Log(0xFFFFFFFFu, "T", "F", "all bits");
+    EXPECT_EQ("", GetCapturedStdout());
+    EXPECT_EQ("", log.contents());
+}
+
+TEST(ZelLogger, SeveralLevelBitsAreNamedAfterTheHighest) {
+    ScratchLogFile log;
+    ZelLogger logger;
+    logger.SetFileName(log.path());
+    logger.Log(kLogInfo | kLogWarn, "T", "F", "two bits");
+    logger.Log(kLogInfo | kLogDebug, "T", "F", "debug is masked off");
+    logger.Log(127, "T", "F", "every bit");
+    EXPECT_EQ(std::vector<std::string>{"[WARN] T::F : two bits"}, log.bodies());
+}
+
+TEST(ZelLogger, EchoBitAlsoWritesTheLineToStandardOutput) {
+    ScratchLogFile log;
+    ZelLogger logger;
+    logger.SetFileName(log.path());
+    CaptureStdout();
+    logger.Log(kLogError | kLogEcho, "T", "F", "echoed");
+    const std::string out = GetCapturedStdout();
+    EXPECT_EQ(std::vector<std::string>{"[ERROR] T::F : echoed"}, log.bodies());
+    std::string fileLine = log.contents();
+    ASSERT_FALSE(fileLine.empty());
+    fileLine.pop_back(); // the file ends its line with "\n"
+    EXPECT_EQ(fileLine + "\n", out);
+}
+
+TEST(ZelLogger, NullFileNameIsRefused) {
+    ZelLogger logger;
+    try {
+        logger.SetFileName(nullptr);
+        FAIL() << "no exception";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ("Invalid file name", error.what());
+    }
+}
+
+TEST(ZelLogger, FileThatCannotBeOpenedIsReportedAndLaterLinesAreDropped) {
+    ZelLogger logger;
+    CaptureStderr();
+    logger.SetFileName("C:\\no\\such\\folder\\zel.log");
+    EXPECT_EQ("ZelLogger::SetFileName : Failed to open log file 'C:\\no\\such\\folder\\zel.log'",
+              GetCapturedStderr());
+    EXPECT_EQ("", logger.fileName());
+    CaptureStderr();
+    logger.Log(kLogError, "T", "F", "dropped");
+    EXPECT_EQ("", GetCapturedStderr());
+}
+
+TEST(ZelLogger, FileIsAppendedToNotTruncated) {
+    ScratchLogFile log;
+    {
+        TqUniqueFile file(::CreateFileA(log.path(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+        DWORD written = 0;
+        ASSERT_TRUE(::WriteFile(file.get(), "earlier\n", 8, &written, nullptr));
+    }
+    ZelLogger logger;
+    logger.SetFileName(log.path());
+    logger.Log(kLogInfo, "T", "F", "later");
+    const std::string text = log.contents();
+    EXPECT_EQ(0u, text.find("earlier\n["));
+    EXPECT_EQ(text.size() - std::string("[INFO] T::F : later\n").size(),
+              text.find("[INFO] T::F : later\n"));
+}
+
+TEST(ZelLogger, OpenFileIsSharedForReadingAndWritingAndEachLineIsFlushed) {
+    ScratchLogFile log;
+    ZelLogger logger;
+    logger.SetFileName(log.path());
+    logger.Log(kLogInfo, "T", "F", "first");
+    // Another writer, as a second process would open it.
+    TqUniqueFile other(::CreateFileA(log.path(), FILE_APPEND_DATA | GENERIC_READ,
+                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                     nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    ASSERT_TRUE(other.valid()) << ::GetLastError();
+    DWORD written = 0;
+    ASSERT_TRUE(::WriteFile(other.get(), "other writer\n", 13, &written, nullptr));
+    logger.Log(kLogInfo, "T", "F", "second");
+    const std::string text = log.contents();
+    const auto first = text.find("[INFO] T::F : first\n");
+    const auto between = text.find("other writer\n");
+    const auto second = text.find("[INFO] T::F : second\n");
+    ASSERT_NE(std::string::npos, first);
+    ASSERT_NE(std::string::npos, between);
+    ASSERT_NE(std::string::npos, second);
+    EXPECT_LT(first, between);
+    EXPECT_LT(between, second);
+}
+
+TEST(ZelLogger, SettingTheSameNameAgainKeepsTheOpenFile) {
+    ScratchLogFile log;
+    const std::string moved = std::string(log.path()) + ".moved";
+    ZelLogger logger;
+    logger.SetFileName(log.path());
+    logger.Log(kLogInfo, "T", "F", "before the move");
+    ASSERT_TRUE(::MoveFileA(log.path(), moved.c_str())) << ::GetLastError();
+    // Reopening would create a new file under the old name; the same name must not reopen.
+    logger.SetFileName(log.path());
+    logger.Log(kLogInfo, "T", "F", "after the move");
+    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, ::GetFileAttributesA(log.path()));
+    std::ifstream in(moved);
+    std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    in.close();
+    ::DeleteFileA(moved.c_str());
+    EXPECT_NE(std::string::npos, all.find("[INFO] T::F : before the move\n"));
+    EXPECT_NE(std::string::npos, all.find("[INFO] T::F : after the move\n"));
+}
+
+TEST(ZelLogger, ANewNameClosesTheOldFile) {
+    ScratchLogFile first;
+    ScratchLogFile second;
+    ZelLogger logger;
+    logger.SetFileName(first.path());
+    logger.Log(kLogInfo, "T", "F", "one");
+    logger.SetFileName(second.path());
+    logger.Log(kLogInfo, "T", "F", "two");
+    EXPECT_EQ(std::vector<std::string>{"[INFO] T::F : one"}, first.bodies());
+    EXPECT_EQ(std::vector<std::string>{"[INFO] T::F : two"}, second.bodies());
+    // Closed: nothing holds the first file any longer, so it can be opened exclusively.
+    TqUniqueFile exclusive(::CreateFileA(first.path(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    EXPECT_TRUE(exclusive.valid()) << ::GetLastError();
+}
+
+} // namespace

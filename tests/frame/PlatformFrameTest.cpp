@@ -1,0 +1,204 @@
+// The common call frame of the platform operations, driven through the class itself.
+#include "platform/TqZelDLLPlatform.h"
+
+#include "card/TqEnrollmentMode.h"
+#include "logging/ZelLogger.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+namespace {
+
+using zeltest::ScratchLogFile;
+
+char* const kGarbage = reinterpret_cast<char*>(0xDEADBEEF);
+const std::string kNotAvailable = "The operation is not available in this build. Error Code: "
+                                  "(0x0000000e) Unsupported feature, device or program.";
+
+class PlatformFrame : public ::testing::Test {
+protected:
+    void SetUp() override { zeltest::DeleteKeyTree(HKEY_CURRENT_USER, kTqEnrollmentKey); }
+    void TearDown() override { zeltest::DeleteKeyTree(HKEY_CURRENT_USER, kTqEnrollmentKey); }
+
+    ScratchLogFile log;
+    TqZelDLLPlatform platform;
+};
+
+// A host's provider object; what it does is chosen per test.
+class TestProvider : public TqEnrollmentProvider {
+public:
+    enum class Read { kText, kThrowAfterText, kThrowNonStandard };
+    TestProvider(int route, Read read) : route_(route), read_(read) {}
+    int isPKCS11Route(const char*) override { return route_; }
+    int readEnrollmentMode(char** modeOut, int* modeLengthOut, const char*) override {
+        ++reads;
+        *modeOut = static_cast<char*>(std::malloc(9));
+        std::memcpy(*modeOut, "PROVIDER", 9);
+        *modeLengthOut = 8;
+        if (read_ == Read::kThrowAfterText) {
+            throw std::runtime_error("provider read failed");
+        }
+        if (read_ == Read::kThrowNonStandard) {
+            throw 42;
+        }
+        return 7; // ignored: the operation reports success once the provider has answered
+    }
+    int reads = 0;
+
+private:
+    int route_;
+    Read read_;
+};
+
+TEST(FailureTest, NonZeroRowsFailOnAnyCodeNegativeRowsOnlyOnNegativeCodes) {
+    EXPECT_FALSE(TqWorkerFailed(TqFailureTest::kNonZero, 0));
+    EXPECT_TRUE(TqWorkerFailed(TqFailureTest::kNonZero, 2));
+    EXPECT_TRUE(TqWorkerFailed(TqFailureTest::kNonZero, -2));
+    EXPECT_FALSE(TqWorkerFailed(TqFailureTest::kNegative, 0));
+    EXPECT_FALSE(TqWorkerFailed(TqFailureTest::kNegative, 2)); // a "found" answer
+    EXPECT_TRUE(TqWorkerFailed(TqFailureTest::kNegative, -2));
+}
+
+TEST_F(PlatformFrame, NullOutputIsRefusedBeforeEntered) {
+    int length = -1;
+    EXPECT_EQ(1, platform.getEnrollmentMode(nullptr, nullptr, &length, log.path()));
+    EXPECT_EQ(-1, length);
+    EXPECT_EQ(std::vector<std::string>{"[ERROR] TqZelDLLPlatform::getEnrollmentMode : One or "
+                                       "more calling arguments is invalid"},
+              log.bodies());
+}
+
+TEST_F(PlatformFrame, RefusedCallNullsTheCallersPointerWithoutFreeingIt) {
+    char* mode = kGarbage; // freeing this would crash the test
+    EXPECT_EQ(1, platform.getEnrollmentMode(nullptr, &mode, nullptr, log.path()));
+    EXPECT_EQ(nullptr, mode);
+}
+
+TEST_F(PlatformFrame, WorkerResultsOfTheGetAreReturnedWithTheirAnswer) {
+    char* mode = nullptr;
+    int length = 0;
+    EXPECT_EQ(11, platform.getEnrollmentMode(nullptr, &mode, &length, log.path()));
+    ASSERT_NE(nullptr, mode);
+    EXPECT_STREQ("NOT SET", mode);
+    EXPECT_EQ(7, length);
+    std::free(mode);
+    EXPECT_EQ((std::vector<std::string>{
+                  "[INFO] TqZelDLLPlatform::getEnrollmentMode : Entered",
+                  "[WARN] TqZelPlatformMethods::TqGetEnrollmentMode : Registry VKey Not Set",
+                  "[INFO] TqZelDLLPlatform::getEnrollmentMode : Leaving"}),
+              log.bodies());
+}
+
+TEST_F(PlatformFrame, ProviderOnThePKCS11RouteAnswersInsteadOfTheRegistry) {
+    TestProvider provider(1, TestProvider::Read::kText);
+    char* mode = nullptr;
+    int length = 0;
+    EXPECT_EQ(0, platform.getEnrollmentMode(&provider, &mode, &length, log.path()));
+    EXPECT_EQ(1, provider.reads);
+    EXPECT_STREQ("PROVIDER", mode);
+    EXPECT_EQ(8, length);
+    std::free(mode);
+    // No line of the registry worker: it was not asked.
+    EXPECT_EQ((std::vector<std::string>{"[INFO] TqZelDLLPlatform::getEnrollmentMode : Entered",
+                                        "[INFO] TqZelDLLPlatform::getEnrollmentMode : Leaving"}),
+              log.bodies());
+}
+
+TEST_F(PlatformFrame, ProviderOffTheRouteLeavesTheReadToTheRegistry) {
+    TestProvider provider(0, TestProvider::Read::kText);
+    char* mode = nullptr;
+    int length = 0;
+    EXPECT_EQ(11, platform.getEnrollmentMode(&provider, &mode, &length, log.path()));
+    EXPECT_EQ(0, provider.reads);
+    EXPECT_STREQ("NOT SET", mode);
+    std::free(mode);
+}
+
+TEST_F(PlatformFrame, TextStoredBeforeAFailureIsReleasedAndThePointerNulled) {
+    TestProvider provider(1, TestProvider::Read::kThrowAfterText);
+    char* mode = nullptr;
+    int length = 0;
+    EXPECT_EQ(23, platform.getEnrollmentMode(&provider, &mode, &length, log.path()));
+    EXPECT_EQ(nullptr, mode);
+    EXPECT_EQ((std::vector<std::string>{
+                  "[INFO] TqZelDLLPlatform::getEnrollmentMode : Entered",
+                  "[ERROR] TqZelDLLPlatform::getEnrollmentMode : provider read failed"}),
+              log.bodies());
+}
+
+TEST_F(PlatformFrame, ExceptionOfNoStandardTypeIsCaughtToo) {
+    TestProvider provider(1, TestProvider::Read::kThrowNonStandard);
+    char* mode = nullptr;
+    int length = 0;
+    EXPECT_EQ(23, platform.getEnrollmentMode(&provider, &mode, &length, log.path()));
+    EXPECT_EQ(nullptr, mode);
+    EXPECT_EQ((std::vector<std::string>{
+                  "[INFO] TqZelDLLPlatform::getEnrollmentMode : Entered",
+                  "[ERROR] TqZelDLLPlatform::getEnrollmentMode : Unexpected Error occurred"}),
+              log.bodies());
+}
+
+TEST_F(PlatformFrame, FailingSwitchCarriesTheWorkerCodeAndItsText) {
+    EXPECT_EQ(4, platform.setEnrollmentMode(nullptr, "agile", log.path()));
+    const auto bodies = log.bodies();
+    ASSERT_FALSE(bodies.empty());
+    EXPECT_EQ("[ERROR] TqZelDLLPlatform::setEnrollmentMode : TqSwitchEnrollmentMode failed. "
+              "Error Code: (0x00000004) Internal error.",
+              bodies.back());
+}
+
+TEST_F(PlatformFrame, NullAppletIsRefused) {
+    EXPECT_EQ(1, platform.setEnrollmentMode(nullptr, nullptr, log.path()));
+    EXPECT_EQ(
+        std::vector<std::string>{
+            "[ERROR] TqZelDLLPlatform::setEnrollmentMode : applet Argument is invalid"},
+        log.bodies());
+}
+
+TEST_F(PlatformFrame, PKCS11RouteOfTheSwitchIsNotInThisBuild) {
+    TestProvider provider(1, TestProvider::Read::kText);
+    EXPECT_EQ(14, platform.setEnrollmentMode(&provider, "AGILE", log.path()));
+    EXPECT_FALSE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqEnrollmentKey));
+    EXPECT_EQ((std::vector<std::string>{"[INFO] TqZelDLLPlatform::setEnrollmentMode : Entered",
+                                        "[ERROR] TqZelDLLPlatform::setEnrollmentMode : " +
+                                            kNotAvailable}),
+              log.bodies());
+}
+
+TEST_F(PlatformFrame, ClassOnlyOperationsWithoutWorkersAnswer14) {
+    EXPECT_EQ(14, platform.OberthurMiddlewareDetection(3, log.path()));
+    EXPECT_EQ(14, platform.OberthurSeries8CardCheckAndCacheClear("Reader 0", "1234", log.path()));
+    EXPECT_EQ(
+        (std::vector<std::string>{
+            "[INFO] TqZelDLLPlatform::OberthurMiddlewareDetection : Entered",
+            "[ERROR] TqZelDLLPlatform::OberthurMiddlewareDetection : " + kNotAvailable,
+            "[INFO] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : Entered",
+            "[ERROR] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : " + kNotAvailable}),
+        log.bodies());
+}
+
+TEST_F(PlatformFrame, CacheClearLogsEnteredToThePreviouslySetFile) {
+    ScratchLogFile previous;
+    TqLogger().SetFileName(previous.path());
+    EXPECT_EQ(14, platform.OberthurCacheClear("Reader 0", "1234", log.path()));
+    EXPECT_EQ(std::vector<std::string>{"[INFO] TqZelDLLPlatform::OberthurCacheClear : Entered"},
+              previous.bodies());
+    EXPECT_EQ(
+        std::vector<std::string>{"[ERROR] TqZelDLLPlatform::OberthurCacheClear : " + kNotAvailable},
+        log.bodies());
+}
+
+TEST_F(PlatformFrame, TagOfTheObjectPrefixesItsLines) {
+    TqZelDLLPlatform tagged("Host");
+    EXPECT_EQ(1, tagged.setEnrollmentMode(nullptr, nullptr, log.path()));
+    EXPECT_EQ(
+        std::vector<std::string>{
+            "[ERROR] Host::TqZelDLLPlatform::setEnrollmentMode : applet Argument is invalid"},
+        log.bodies());
+}
+
+} // namespace

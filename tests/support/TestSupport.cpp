@@ -1,0 +1,236 @@
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+#include <sddl.h>
+
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+namespace zeltest {
+
+std::string ProgramFolder() {
+    char path[MAX_PATH * 4];
+    const DWORD length = ::GetModuleFileNameA(nullptr, path, sizeof path);
+    std::string folder(path, length);
+    folder.erase(folder.find_last_of("\\/") + 1);
+    return folder;
+}
+
+std::string BuiltFile(const char* name) {
+    return ProgramFolder() + name;
+}
+
+namespace {
+
+std::string tempFolder() {
+    char folder[MAX_PATH + 1];
+    const DWORD length = ::GetTempPathA(sizeof folder, folder);
+    return std::string(folder, length);
+}
+
+std::string readWholeFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::string uniqueTempPath(const char* stem, const char* extension) {
+    static std::atomic<unsigned> counter{0};
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    std::string name = test != nullptr ? std::string(test->test_suite_name()) + "." + test->name()
+                                       : std::string("outside-test");
+    for (char& c : name) {
+        if (c == '/' || c == '\\') {
+            c = '_';
+        }
+    }
+    return tempFolder() + stem + "-" + name + "-" + std::to_string(::GetCurrentProcessId()) + "-" +
+           std::to_string(counter++) + extension;
+}
+
+} // namespace
+
+ScratchLogFile::ScratchLogFile() : path_(uniqueTempPath("zel", ".log")) {
+    ::DeleteFileA(path_.c_str());
+}
+
+ScratchLogFile::~ScratchLogFile() {
+    ::DeleteFileA(path_.c_str());
+}
+
+std::string ScratchLogFile::contents() const {
+    return readWholeFile(path_);
+}
+
+std::vector<std::string> ScratchLogFile::bodies() const {
+    static const std::regex prefix(
+        R"(^\[([0-9]{1,2})-([0-9]{1,2})-([0-9]{4}) ([0-9]{2}):([0-9]{2}):([0-9]{2}):([0-9]{3})\]\[PID 0x([0-9A-F]{8})\]([\s\S]*)$)");
+    char thread[16];
+    std::snprintf(thread, sizeof thread, "%08lX", ::GetCurrentThreadId());
+    // A message that carries a system text ends in that text's own "\r\n" before the line
+    // end: keep it with its line.
+    std::vector<std::string> lines;
+    std::istringstream text(contents());
+    for (std::string line; std::getline(text, line);) {
+        if (line.empty() && !lines.empty() && !lines.back().empty() &&
+            lines.back().back() == '\r') {
+            lines.back() += "\n";
+            continue;
+        }
+        lines.push_back(line);
+    }
+    std::vector<std::string> result;
+    for (const std::string& line : lines) {
+        std::smatch match;
+        if (!std::regex_match(line, match, prefix) || match[8].str() != thread) {
+            ADD_FAILURE() << "log line without the expected prefix for thread 0x" << thread << ": "
+                          << line;
+            result.push_back(line);
+            continue;
+        }
+        result.push_back(match[9].str());
+    }
+    return result;
+}
+
+void DeleteKeyTree(HKEY root, const std::string& path, REGSAM view) {
+    TqUniqueRegKey key;
+    if (::RegOpenKeyExA(root, path.c_str(), 0, KEY_ALL_ACCESS | view, key.put()) != ERROR_SUCCESS) {
+        return;
+    }
+    ::RegDeleteTreeA(key.get(), nullptr);
+    key.reset();
+    ::RegDeleteKeyExA(root, path.c_str(), view, 0);
+}
+
+bool KeyExists(HKEY root, const std::string& path, REGSAM view) {
+    TqUniqueRegKey key;
+    return ::RegOpenKeyExA(root, path.c_str(), 0, KEY_READ | view, key.put()) == ERROR_SUCCESS;
+}
+
+void CreateKey(HKEY root, const std::string& path, REGSAM view) {
+    TqUniqueRegKey key;
+    ASSERT_EQ(ERROR_SUCCESS, ::RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0,
+                                               KEY_ALL_ACCESS | view, nullptr, key.put(), nullptr))
+        << path;
+}
+
+void WriteValue(HKEY root, const std::string& path, const char* name, DWORD type,
+                const std::vector<BYTE>& data, REGSAM view) {
+    TqUniqueRegKey key;
+    ASSERT_EQ(ERROR_SUCCESS, ::RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0,
+                                               KEY_ALL_ACCESS | view, nullptr, key.put(), nullptr))
+        << path;
+    ASSERT_EQ(ERROR_SUCCESS, ::RegSetValueExA(key.get(), name, 0, type, data.data(),
+                                              static_cast<DWORD>(data.size())))
+        << path << " " << name;
+}
+
+void WriteDword(HKEY root, const std::string& path, const char* name, DWORD value, REGSAM view) {
+    const BYTE* bytes = reinterpret_cast<const BYTE*>(&value);
+    WriteValue(root, path, name, REG_DWORD, std::vector<BYTE>(bytes, bytes + sizeof value), view);
+}
+
+void WriteString(HKEY root, const std::string& path, const char* name, const std::string& value,
+                 REGSAM view) {
+    std::vector<BYTE> bytes(value.begin(), value.end());
+    bytes.push_back(0);
+    WriteValue(root, path, name, REG_SZ, bytes, view);
+}
+
+StoredValue ReadValue(HKEY root, const std::string& path, const char* name, REGSAM view) {
+    StoredValue value;
+    TqUniqueRegKey key;
+    if (::RegOpenKeyExA(root, path.c_str(), 0, KEY_READ | view, key.put()) != ERROR_SUCCESS) {
+        return value;
+    }
+    DWORD size = 0;
+    if (::RegQueryValueExA(key.get(), name, nullptr, &value.type, nullptr, &size) !=
+        ERROR_SUCCESS) {
+        return value;
+    }
+    value.data.resize(size);
+    if (::RegQueryValueExA(key.get(), name, nullptr, &value.type, value.data.data(), &size) ==
+        ERROR_SUCCESS) {
+        value.data.resize(size);
+        value.present = true;
+    }
+    return value;
+}
+
+DeniedKey::DeniedKey(HKEY root, const std::string& path, REGSAM view) {
+    EXPECT_EQ(ERROR_SUCCESS, ::RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0,
+                                               KEY_ALL_ACCESS | view, nullptr, key_.put(), nullptr))
+        << path;
+    DWORD size = 0;
+    ::RegGetKeySecurity(key_.get(), DACL_SECURITY_INFORMATION, nullptr, &size);
+    original_.resize(size);
+    EXPECT_EQ(ERROR_SUCCESS,
+              ::RegGetKeySecurity(key_.get(), DACL_SECURITY_INFORMATION, original_.data(), &size));
+    PSECURITY_DESCRIPTOR denyAll = nullptr;
+    EXPECT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorA(
+        "D:(D;;KA;;;WD)", SDDL_REVISION_1, &denyAll, nullptr));
+    const TqUniqueLocalMemory owner(denyAll);
+    EXPECT_EQ(ERROR_SUCCESS, ::RegSetKeySecurity(key_.get(), DACL_SECURITY_INFORMATION, denyAll));
+}
+
+DeniedKey::~DeniedKey() {
+    if (key_ && !original_.empty()) {
+        ::RegSetKeySecurity(key_.get(), DACL_SECURITY_INFORMATION, original_.data());
+    }
+}
+
+ProcessResult RunProgram(const std::string& commandLine) {
+    ProcessResult result;
+    const std::string outPath = uniqueTempPath("zel-out", ".txt");
+    const std::string errPath = uniqueTempPath("zel-err", ".txt");
+    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+    {
+        TqUniqueFile out(::CreateFileA(outPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                                       CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        TqUniqueFile err(::CreateFileA(errPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                                       CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        STARTUPINFOA startup{};
+        startup.cb = sizeof startup;
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdInput = nullptr;
+        startup.hStdOutput = out.get();
+        startup.hStdError = err.get();
+        PROCESS_INFORMATION process{};
+        std::string mutableLine = commandLine;
+        if (!::CreateProcessA(nullptr, mutableLine.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                              nullptr, &startup, &process)) {
+            ADD_FAILURE() << "CreateProcess failed (" << ::GetLastError() << "): " << commandLine;
+            return result;
+        }
+        const TqUniqueHandle processHandle(process.hProcess);
+        const TqUniqueHandle threadHandle(process.hThread);
+        ::WaitForSingleObject(process.hProcess, 30000);
+        ::GetExitCodeProcess(process.hProcess, &result.exitCode);
+    }
+    result.out = readWholeFile(outPath);
+    result.err = readWholeFile(errPath);
+    ::DeleteFileA(outPath.c_str());
+    ::DeleteFileA(errPath.c_str());
+    return result;
+}
+
+PlatformDll::PlatformDll()
+    : module_(::LoadLibraryA(BuiltFile("ZelPlatformMethods64.dll").c_str())) {
+    if (!module_) {
+        ADD_FAILURE() << "LoadLibrary failed: " << ::GetLastError();
+        return;
+    }
+    const auto getInterface =
+        reinterpret_cast<ZelPlatformGetExportedInterfaceFn>(reinterpret_cast<void*>(
+            ::GetProcAddress(module_.get(), "ZelPlatformGetExportedInterface")));
+    if (getInterface == nullptr || getInterface(&table_) != 0) {
+        ADD_FAILURE() << "ZelPlatformGetExportedInterface is not usable";
+    }
+}
+
+} // namespace zeltest

@@ -1,0 +1,90 @@
+// Helpers shared by the test programs: paths, scratch log files, the real registry of the
+// Wine prefix, child processes and the built DLL.
+#pragma once
+
+#include <windows.h>
+
+#include "ZelPlatformMethods64.h"
+#include "hostutil/TqUniqueResource.h"
+
+#include <string>
+#include <vector>
+
+namespace zeltest {
+
+// Folder of the running test program, ending in a backslash. The build puts every program,
+// the library and the test kit's modules there.
+std::string ProgramFolder();
+std::string BuiltFile(const char* name);
+
+// A log file path of its own in the temp folder; the file is removed at destruction.
+class ScratchLogFile {
+public:
+    ScratchLogFile();
+    ~ScratchLogFile();
+    ScratchLogFile(const ScratchLogFile&) = delete;
+    ScratchLogFile& operator=(const ScratchLogFile&) = delete;
+
+    const char* path() const { return path_.c_str(); }
+    std::string contents() const;
+    // The lines with the "[timestamp][PID 0x...]" prefix checked and removed: what remains
+    // starts at the level, "[INFO] TqZelDLLPlatform::getEnrollmentMode : Entered". A line
+    // without that prefix, or with another thread's id, fails the test and is kept whole.
+    std::vector<std::string> bodies() const;
+
+private:
+    std::string path_;
+};
+
+// Registry of the prefix. view is 0, KEY_WOW64_64KEY or KEY_WOW64_32KEY.
+void DeleteKeyTree(HKEY root, const std::string& path, REGSAM view = 0);
+bool KeyExists(HKEY root, const std::string& path, REGSAM view = 0);
+void CreateKey(HKEY root, const std::string& path, REGSAM view = 0);
+void WriteValue(HKEY root, const std::string& path, const char* name, DWORD type,
+                const std::vector<BYTE>& data, REGSAM view = 0);
+void WriteDword(HKEY root, const std::string& path, const char* name, DWORD value, REGSAM view = 0);
+void WriteString(HKEY root, const std::string& path, const char* name, const std::string& value,
+                 REGSAM view = 0);
+
+struct StoredValue {
+    bool present = false;
+    DWORD type = REG_NONE;
+    std::vector<BYTE> data;
+};
+StoredValue ReadValue(HKEY root, const std::string& path, const char* name, REGSAM view = 0);
+
+// Denies everyone every access to a key (DACL "D:(D;;KA;;;WD)") while it lives; the key's own
+// handle, opened before, puts the old security back at the end.
+class DeniedKey {
+public:
+    DeniedKey(HKEY root, const std::string& path, REGSAM view = 0);
+    ~DeniedKey();
+    DeniedKey(const DeniedKey&) = delete;
+    DeniedKey& operator=(const DeniedKey&) = delete;
+
+private:
+    TqUniqueRegKey key_;
+    std::vector<BYTE> original_;
+};
+
+// Runs a command line to its end with standard output and error in files of their own.
+struct ProcessResult {
+    DWORD exitCode = 0xDEADBEEF;
+    std::string out;
+    std::string err;
+};
+ProcessResult RunProgram(const std::string& commandLine);
+
+// The built ZelPlatformMethods64.dll, loaded the way the client loads it.
+class PlatformDll {
+public:
+    PlatformDll();
+    const ZelPlatformExportedInterface& api() const { return table_; }
+    HMODULE module() const { return module_.get(); }
+
+private:
+    TqUniqueModule module_;
+    ZelPlatformExportedInterface table_{};
+};
+
+} // namespace zeltest
