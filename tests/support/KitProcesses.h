@@ -17,7 +17,7 @@ namespace zeltest {
 class AgentStandIn {
 public:
     // processSddl, when given, becomes the security descriptor of the new process object
-    // ("D:(D;;GA;;;WD)" lets nobody open it, for example).
+    // ("D:(D;;0x1fffff;;;WD)" lets nobody open it, for example).
     explicit AgentStandIn(const std::string& executableName, const char* processSddl = nullptr);
     ~AgentStandIn();
     AgentStandIn(const AgentStandIn&) = delete;
