@@ -150,6 +150,19 @@ void WriteString(HKEY root, const std::string& path, const char* name, const std
     WriteValue(root, path, name, REG_SZ, bytes, view);
 }
 
+void WriteExactValue(HKEY root, const std::string& path, const char* name, DWORD type,
+                     const std::vector<BYTE>& data, REGSAM view) {
+    std::vector<BYTE> guarded = data;
+    guarded.push_back('#');
+    TqUniqueRegKey key;
+    ASSERT_EQ(ERROR_SUCCESS, ::RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0,
+                                               KEY_ALL_ACCESS | view, nullptr, key.put(), nullptr))
+        << path;
+    ASSERT_EQ(ERROR_SUCCESS, ::RegSetValueExA(key.get(), name, 0, type, guarded.data(),
+                                              static_cast<DWORD>(data.size())))
+        << path << " " << name;
+}
+
 StoredValue ReadValue(HKEY root, const std::string& path, const char* name, REGSAM view) {
     StoredValue value;
     TqUniqueRegKey key;

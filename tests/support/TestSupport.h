@@ -49,6 +49,11 @@ void WriteValue(HKEY root, const std::string& path, const char* name, DWORD type
 void WriteDword(HKEY root, const std::string& path, const char* name, DWORD value, REGSAM view = 0);
 void WriteString(HKEY root, const std::string& path, const char* name, const std::string& value,
                  REGSAM view = 0);
+// Stores exactly these bytes, also for string types: RegSetValueExA adds a terminating NUL to
+// string data whenever the byte after the given count happens to be NUL, so the helper puts a
+// non-NUL byte there. Use it for string data stored without a terminator.
+void WriteExactValue(HKEY root, const std::string& path, const char* name, DWORD type,
+                     const std::vector<BYTE>& data, REGSAM view = 0);
 
 struct StoredValue {
     bool present = false;

@@ -1,0 +1,547 @@
+#include "TqRegistrySearch.h"
+
+#include "TqStringUtil.h"
+#include "TqUniqueResource.h"
+#include "platform/TqErrorText.h"
+#include "platform/TqResultCodes.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iostream>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+namespace {
+
+// The search never follows WOW64 redirection: 32-bit data is asked for by its Wow6432Node path.
+constexpr REGSAM kSearchAccess = KEY_READ | KEY_WOW64_64KEY;
+
+// Registry limits: key names are at most 255 characters, value names at most 16,383.
+constexpr DWORD kSubKeyNameCapacity = 1024;
+constexpr DWORD kValueNameCapacity = 16383;
+constexpr DWORD kClassNameCapacity = 260;
+
+constexpr const char* kUninstall32 =
+    "SOFTWARE\\Wow6432Node\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
+
+// A failed registry call: the message and the Windows code behind it.
+class TqRegistryCallError : public std::runtime_error {
+public:
+    TqRegistryCallError(const std::string& message, LSTATUS code)
+        : std::runtime_error(message), code_(code) {}
+    LSTATUS code() const noexcept { return code_; }
+
+private:
+    LSTATUS code_;
+};
+
+int mapWindowsError(LSTATUS code) noexcept {
+    switch (code) {
+    case ERROR_FILE_NOT_FOUND:
+        return -tq::kResourceDoesNotExist;
+    case ERROR_ACCESS_DENIED:
+        return -tq::kAccessDenied;
+    default:
+        return -tq::kInternalError;
+    }
+}
+
+// "<function> : <text>" for the exception being handled; the result set so far survives,
+// else -23. Only valid inside a catch handler.
+int reportFailure(const char* function, const char* prefix, int resultSoFar) noexcept {
+    try {
+        throw;
+    } catch (const std::exception& error) {
+        std::cerr << function << " : " << prefix << error.what() << std::endl;
+    } catch (...) {
+        std::cerr << function << " : Unknown exception occurred." << std::endl;
+        return -tq::kExceptionOccurred;
+    }
+    return resultSoFar != 0 ? resultSoFar : -tq::kExceptionOccurred;
+}
+
+bool valueNameMatches(const TqRegistrySearchEntry& entry, const char* name, DWORD nameLength,
+                      DWORD type) {
+    // A stored name that is a leading part of the sought one matches too ("Display" for
+    // "DisplayName"): callers have always been answered that way.
+    return entry.valueName != nullptr && nameLength > 0 && type == entry.valueType &&
+           std::strncmp(entry.valueName, name, nameLength) == 0;
+}
+
+bool dataMatches(const TqRegistrySearchEntry& entry, const unsigned char* data, DWORD length) {
+    if (length == 0 || entry.compareData == nullptr || entry.compareLength == 0) {
+        return false;
+    }
+    if ((entry.flags & SEARCH_DATA_PREFIX) != 0) {
+        return length >= entry.compareLength &&
+               std::memcmp(data, entry.compareData, entry.compareLength) == 0;
+    }
+    return length == entry.compareLength &&
+           std::memcmp(data, entry.compareData, entry.compareLength) == 0;
+}
+
+void appendHit(TqRegistrySearchEntry& entry, std::unique_ptr<TqRegistrySearchResult> hit) {
+    entry.results.push_back(std::move(hit));
+}
+
+// Step over the key's own values once its sub-keys have been searched.
+int searchOwnValues(HKEY key, const std::string& keyPath, DWORD valueCount, int subKeyResult,
+                    TqRegistrySearchEntry& entry) {
+    if (subKeyResult == 4 && entry.stopAtFirst) {
+        return 0;
+    }
+    if (entry.keyName != nullptr && (entry.flags & SEARCH_KEY_IN_PATH) != 0) {
+        std::string foundPath;
+        if (TqReverseSearchInRegistryPath(keyPath, entry.keyName, entry.flags, foundPath) != 1) {
+            return 0;
+        }
+    }
+    const int matched = TqFindRegistryProcessValues(key, valueCount, &entry);
+    if (matched != 0 &&
+        (entry.flags & (SEARCH_COMPARE_DATA | SEARCH_RETURN_DATA | SEARCH_KEY_NAME)) != 0) {
+        auto hit = std::make_unique<TqRegistrySearchResult>();
+        hit->keyPath = keyPath;
+        hit->valueName = entry.valueName;
+        hit->valueType = entry.valueType;
+        if ((entry.flags & (SEARCH_DATA_PREFIX | SEARCH_RETURN_DATA)) != 0) {
+            hit->data = std::move(entry.data);
+            hit->dataLength = std::exchange(entry.dataLength, 0);
+        }
+        appendHit(entry, std::move(hit));
+        return 4;
+    }
+    return matched != 5 ? matched : 0;
+}
+
+int searchKeyName(const std::string& keyPath, TqRegistrySearchEntry& entry) {
+    std::string foundPath;
+    const int found = TqReverseSearchInRegistryPath(
+        keyPath, entry.keyName != nullptr ? entry.keyName : "", entry.flags, foundPath);
+    if (found != 1) {
+        return found;
+    }
+    auto hit = std::make_unique<TqRegistrySearchResult>();
+    hit->keyPath = foundPath;
+    appendHit(entry, std::move(hit));
+    return entry.stopAtFirst ? 4 : 5;
+}
+
+} // namespace
+
+void TqRegistrySearchEntry::ClearResults() noexcept {
+    results.clear();
+}
+
+int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearchEntry* entry) {
+    constexpr const char* kName = "TqFindRegistryKeyAndOrValueName";
+    int result = 0;
+    int subKeyResult = 0;
+    try {
+        if (entry == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::invalid_argument("The 'searchEntry' argument is invalid.");
+        }
+        TqUniqueRegKey key;
+        const HKEY root = entry->root != nullptr ? entry->root : HKEY_LOCAL_MACHINE;
+        LSTATUS status = ::RegOpenKeyExA(root, keyPath.c_str(), 0, kSearchAccess, key.put());
+        if (status != ERROR_SUCCESS) {
+            throw TqRegistryCallError("RegOpenKeyEx Failed for '" + keyPath + "'. Error Code " +
+                                          TqGetLastErrorAsString(status),
+                                      status);
+        }
+        char className[kClassNameCapacity];
+        DWORD classLength = kClassNameCapacity;
+        DWORD subKeyCount = 0;
+        DWORD valueCount = 0;
+        status =
+            ::RegQueryInfoKeyA(key.get(), className, &classLength, nullptr, &subKeyCount, nullptr,
+                               nullptr, &valueCount, nullptr, nullptr, nullptr, nullptr);
+        if (status != ERROR_SUCCESS) {
+            throw TqRegistryCallError("RegQueryInfoKey Failed.", status);
+        }
+        if (subKeyCount > 0) {
+            subKeyResult = TqFindRegistryProcessSubKey(key.get(), keyPath, subKeyCount, entry);
+        }
+        if (entry->valueName != nullptr) {
+            if (valueCount > 0) {
+                result = searchOwnValues(key.get(), keyPath, valueCount, subKeyResult, *entry);
+            }
+        } else if ((entry->flags & SEARCH_KEY_NAME) != 0) {
+            result = searchKeyName(keyPath, *entry);
+        }
+    } catch (const TqRegistryCallError& error) {
+        std::cerr << kName << " : " << error.what() << " Error Code "
+                  << TqGetLastErrorAsString(error.code()) << std::endl;
+        result = mapWindowsError(error.code());
+    } catch (...) {
+        result = reportFailure(kName, "", result);
+    }
+    // A hit among the descendants is reported as they reported it.
+    return subKeyResult != 0 ? subKeyResult : result;
+}
+
+int TqFindRegistryProcessSubKey(HKEY key, const std::string& keyPath, std::uint32_t subKeyCount,
+                                TqRegistrySearchEntry* entry) {
+    constexpr const char* kName = "TqFindRegistryProcessSubKey";
+    int result = 0;
+    try {
+        if (key == nullptr || entry == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::invalid_argument("Invalid argument(s) supplied.");
+        }
+        bool found = false;
+        int foundResult = 0;
+        int error = 0;
+        for (DWORD index = 0; index < subKeyCount; ++index) {
+            char name[kSubKeyNameCapacity + 1];
+            DWORD nameLength = sizeof name;
+            const LSTATUS status =
+                ::RegEnumKeyExA(key, index, name, &nameLength, nullptr, nullptr, nullptr, nullptr);
+            if (status != ERROR_SUCCESS) {
+                std::cerr << kName << " : RegEnumKeyEx - " << status << std::endl;
+                continue;
+            }
+            const std::string childName(name, nameLength);
+            const std::string childPath = keyPath.empty() ? childName : keyPath + "\\" + childName;
+            const int child = TqFindRegistryKeyAndOrValueName(childPath, entry);
+            result = child;
+            if (child == 4 || child == 5) {
+                found = true;
+                foundResult = child;
+                error = 0;
+                if (entry->stopAtFirst) {
+                    break;
+                }
+            } else if (error == 0 && child < 0) {
+                error = child;
+            }
+        }
+        if (found) {
+            result = foundResult;
+        } else if (error != 0) {
+            result = error;
+        }
+    } catch (...) {
+        result = reportFailure(kName, "", result);
+    }
+    return result;
+}
+
+// Kept out of line: its 16 KB name buffer must not join the frames of the recursion.
+[[gnu::noinline]] int TqFindRegistryProcessValues(HKEY key, std::uint32_t valueCount,
+                                                  TqRegistrySearchEntry* entry) {
+    constexpr const char* kName = "TqFindRegistryProcessValues";
+    int result = 0;
+    try {
+        if (key == nullptr || entry == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::invalid_argument("Invalid argument(s) supplied.");
+        }
+        char name[kValueNameCapacity + 1];
+        for (DWORD index = 0; index < valueCount; ++index) {
+            DWORD nameLength = sizeof name;
+            DWORD type = REG_NONE;
+            DWORD dataLength = 0;
+            LSTATUS status = ::RegEnumValueA(key, index, name, &nameLength, nullptr, &type, nullptr,
+                                             &dataLength);
+            if (status != ERROR_SUCCESS) {
+                std::cerr << kName << " : RegEnumValue(1) - " << status << std::endl;
+                continue;
+            }
+            auto data = std::make_unique<unsigned char[]>(dataLength); // zero-filled
+            nameLength = sizeof name;
+            status = ::RegEnumValueA(key, index, name, &nameLength, nullptr, &type, data.get(),
+                                     &dataLength);
+            if (status != ERROR_SUCCESS) {
+                std::cerr << kName << " : RegEnumValue(2) - " << status << std::endl;
+                continue;
+            }
+            if (!valueNameMatches(*entry, name, nameLength, type)) {
+                continue;
+            }
+            const bool compare = (entry->flags & SEARCH_COMPARE_DATA) != 0;
+            const bool handOver = (entry->flags & SEARCH_RETURN_DATA) != 0;
+            if (compare && !dataMatches(*entry, data.get(), dataLength)) {
+                continue;
+            }
+            if (compare || handOver) {
+                if (handOver) {
+                    entry->data = std::move(data);
+                    entry->dataLength = dataLength;
+                }
+                result = 2;
+                break;
+            }
+            // Neither comparing nor returning data: a matching value records nothing.
+        }
+    } catch (...) {
+        result = reportFailure(kName, "", result);
+    }
+    return result;
+}
+
+int TqReverseSearchInRegistryPath(const std::string& path, const std::string& keyName,
+                                  std::uint32_t flags, std::string& foundPath) {
+    constexpr const char* kName = "TqReverseSearchInRegistryPath";
+    int result = 0;
+    try {
+        foundPath.clear();
+        if (path.empty() || keyName.empty()) {
+            result = -tq::kInvalidArguments;
+            throw std::invalid_argument("Invalid argument encountered.");
+        }
+        std::string walked = path;
+        while (true) {
+            const std::size_t position = walked.rfind(keyName);
+            if (position == std::string::npos) {
+                return 0;
+            }
+            if ((flags & SEARCH_PATH_ANY) != 0) {
+                foundPath = walked;
+                return 1;
+            }
+            const std::size_t end = position + keyName.size();
+            const std::string candidate = walked.substr(0, end);
+            bool component = false;
+            if (position == 0) {
+                // Looks at the candidate's second character, not past the match: a name at
+                // the very start of the path is only accepted in this odd case.
+                component = candidate.size() > 1 && candidate[1] == '\\';
+            } else if (walked[position - 1] == '\\') {
+                // The right edge is checked one character past the match's end; kept so,
+                // since callers' answers depend on it.
+                component = end + 1 < walked.size() ? path[end + 1] == '\\' : end == walked.size();
+            }
+            if (component) {
+                foundPath = candidate;
+                return 1;
+            }
+            if ((flags & SEARCH_PATH_WALK_UP) == 0) {
+                return 0;
+            }
+            const std::size_t separator = walked.rfind('\\');
+            if (separator == std::string::npos) {
+                return 0;
+            }
+            walked.resize(separator);
+        }
+    } catch (...) {
+        foundPath.clear();
+        try {
+            throw;
+        } catch (const std::exception& error) {
+            std::cerr << kName << " : An exception occurred - " << error.what() << std::endl;
+        } catch (...) {
+            std::cerr << kName << " : An exception occurred - unknown exception" << std::endl;
+        }
+        return result != 0 ? result : -tq::kExceptionOccurred;
+    }
+}
+
+namespace {
+
+// The readers' search: the first value of that name and type at or below keyPath under
+// HKEY_LOCAL_MACHINE, its data handed to takeHit. 1 = found, 0 = not found, negative = error.
+template <typename TakeHit>
+int readFirstValue(const char* function, const std::string& keyPath, const std::string& valueName,
+                   DWORD type, TakeHit&& takeHit) noexcept {
+    int result = 0;
+    try {
+        if (keyPath.empty() || valueName.empty()) {
+            result = -tq::kInvalidArguments;
+            throw std::invalid_argument("One or more arguments is invalid.");
+        }
+        TqRegistrySearchEntry entry;
+        entry.flags = SEARCH_RETURN_DATA;
+        entry.root = HKEY_LOCAL_MACHINE;
+        entry.valueName = valueName.c_str();
+        entry.valueType = type;
+        entry.stopAtFirst = true;
+        const int found = TqFindRegistryKeyAndOrValueName(keyPath, &entry);
+        if (found == 4 && !entry.results.empty() && entry.results.front() != nullptr) {
+            takeHit(*entry.results.front());
+            result = 1;
+        } else if (found < 0) {
+            result = found;
+        }
+    } catch (...) {
+        result = reportFailure(function, "Exception Occurred - ", result);
+    }
+    return result;
+}
+
+std::string hitText(const TqRegistrySearchResult& hit) {
+    if (hit.data == nullptr) {
+        return std::string();
+    }
+    // Registry strings are not always terminated: the stored length bounds the text.
+    return std::string(reinterpret_cast<const char*>(hit.data.get()), hit.dataLength);
+}
+
+std::uint32_t hitDword(const TqRegistrySearchResult& hit) {
+    std::uint32_t value = 0;
+    if (hit.data != nullptr) {
+        // Copies the stored byte count, but never more than the DWORD holds.
+        std::memcpy(&value, hit.data.get(), std::min<std::uint32_t>(hit.dataLength, sizeof value));
+    }
+    return value;
+}
+
+} // namespace
+
+int TqGetRegistryStringValue(HKEY, const std::string& keyPath, const std::string& valueName,
+                             std::string& out) {
+    return readFirstValue("TqGetRegistryStringValue", keyPath, valueName, REG_SZ,
+                          [&](const TqRegistrySearchResult& hit) {
+                              out = hitText(hit);
+                              TqTrimWhiteSpace(out);
+                          });
+}
+
+int TqGetRegistryMultiStringValue(HKEY, const std::string& keyPath, const std::string& valueName,
+                                  std::vector<std::string>& out) {
+    return readFirstValue("TqGetRegistryMultiStringValue", keyPath, valueName, REG_MULTI_SZ,
+                          [&](const TqRegistrySearchResult& hit) {
+                              out.clear();
+                              const std::string text = hitText(hit);
+                              std::size_t start = 0;
+                              while (start < text.size()) {
+                                  std::size_t end = text.find('\0', start);
+                                  if (end == std::string::npos) {
+                                      end = text.size(); // last piece stored without its NUL
+                                  }
+                                  if (end == start) {
+                                      break; // the empty piece that ends the list
+                                  }
+                                  std::string piece = text.substr(start, end - start);
+                                  TqTrimWhiteSpace(piece);
+                                  out.push_back(std::move(piece));
+                                  start = end + 1;
+                              }
+                          });
+}
+
+int TqGetRegistryDWORDValue(HKEY, const std::string& keyPath, const std::string& valueName,
+                            std::uint32_t& out) {
+    return readFirstValue("TqGetRegistryDWORDValue", keyPath, valueName, REG_DWORD,
+                          [&](const TqRegistrySearchResult& hit) { out = hitDword(hit); });
+}
+
+int TqGetRegistryBinaryValue(HKEY, const std::string& keyPath, const std::string& valueName,
+                             std::unique_ptr<unsigned char[]>& out, std::uint32_t& outLength) {
+    return readFirstValue("TqGetRegistryBinaryValue", keyPath, valueName, REG_BINARY,
+                          [&](const TqRegistrySearchResult& hit) {
+                              auto copy = std::make_unique<unsigned char[]>(hit.dataLength);
+                              if (hit.dataLength > 0 && hit.data != nullptr) {
+                                  std::memcpy(copy.get(), hit.data.get(), hit.dataLength);
+                              }
+                              out = std::move(copy);
+                              outLength = hit.dataLength;
+                          });
+}
+
+namespace {
+
+constexpr const char* kVersionLookupName = "TqGetInstalledAppVerNo";
+
+void reportLookupFailure(int code) {
+    std::cerr << kVersionLookupName << " : TqFindRegistryKeyAndOrValueName(1) failed. Error Code "
+              << code << "." << std::endl;
+}
+
+// The first value of that name and type at or below the product key, with its data.
+std::unique_ptr<TqRegistrySearchResult> findProductValue(const std::string& productKey,
+                                                         const char* valueName, DWORD type,
+                                                         int& searchResult) {
+    TqRegistrySearchEntry entry;
+    entry.flags = SEARCH_KEY_IN_PATH | SEARCH_RETURN_DATA;
+    entry.root = HKEY_LOCAL_MACHINE;
+    entry.valueName = valueName;
+    entry.valueType = type;
+    entry.stopAtFirst = true;
+    searchResult = TqFindRegistryKeyAndOrValueName(productKey, &entry);
+    if (searchResult != 4 || entry.results.empty() || entry.results.front() == nullptr ||
+        entry.results.front()->data == nullptr) {
+        return nullptr;
+    }
+    return std::move(entry.results.front());
+}
+
+std::optional<std::uint32_t> findProductDword(const std::string& productKey,
+                                              const char* valueName) {
+    int searchResult = 0;
+    const auto hit = findProductValue(productKey, valueName, REG_DWORD, searchResult);
+    if (searchResult < 0) {
+        reportLookupFailure(searchResult);
+    }
+    if (hit == nullptr) {
+        return std::nullopt;
+    }
+    return hitDword(*hit);
+}
+
+} // namespace
+
+int TqGetInstalledAppVerNo(HKEY, const char* displayName, const void*, std::int32_t* major,
+                           std::int32_t* minor, std::string* keyPath) {
+    int result = 0;
+    try {
+        if (displayName == nullptr || major == nullptr || minor == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::invalid_argument("One or more calling arguments is NULL.");
+        }
+        TqRegistrySearchEntry product;
+        product.flags = SEARCH_COMPARE_DATA | SEARCH_DATA_PREFIX;
+        product.root = HKEY_LOCAL_MACHINE;
+        product.valueName = "DisplayName";
+        product.valueType = REG_SZ;
+        // Without its terminator: the stored display name need only begin with the text.
+        product.compareData = reinterpret_cast<const unsigned char*>(displayName);
+        product.compareLength = static_cast<std::uint32_t>(std::strlen(displayName));
+        product.stopAtFirst = true;
+        const int found = TqFindRegistryKeyAndOrValueName(kUninstall32, &product);
+        if (found < 0) {
+            reportLookupFailure(found);
+            return found;
+        }
+        if (found == 0 || product.results.empty() || product.results.front() == nullptr) {
+            return 0;
+        }
+        const std::string productKey = product.results.front()->keyPath;
+
+        std::int32_t foundMajor = 0;
+        std::int32_t foundMinor = 0;
+        const auto versionMajor = findProductDword(productKey, "VersionMajor");
+        const auto versionMinor = findProductDword(productKey, "VersionMinor");
+        if (versionMajor && versionMinor) {
+            foundMajor = static_cast<std::int32_t>(*versionMajor);
+            foundMinor = static_cast<std::int32_t>(*versionMinor);
+        } else {
+            int searchResult = 0;
+            const auto displayVersion =
+                findProductValue(productKey, "DisplayVersion", REG_SZ, searchResult);
+            if (displayVersion == nullptr) {
+                return 0;
+            }
+            std::string text = hitText(*displayVersion);
+            std::vector<std::int32_t> numbers;
+            if (TqParseVersionNoString(text, numbers) != 0 || numbers.empty()) {
+                return 0;
+            }
+            foundMajor = numbers[0];
+            foundMinor = numbers.size() > 1 ? numbers[1] : 0;
+        }
+        *major = foundMajor;
+        *minor = foundMinor;
+        *keyPath = productKey;
+        result = 1;
+    } catch (const std::exception& error) {
+        std::cerr << kVersionLookupName << " : " << error.what() << std::endl;
+        result = result < 0 ? result : -tq::kExceptionOccurred;
+    } catch (...) {
+        std::cerr << kVersionLookupName << " : Unknown exception occurred." << std::endl;
+        result = result < 0 ? result : -tq::kExceptionOccurred;
+    }
+    return result;
+}
