@@ -1,8 +1,13 @@
 #include "TqNameFilters.h"
 
+#include "hostutil/TqStringUtil.h"
+#include "platform/TqResultCodes.h"
+
 #include <cstdint>
 #include <regex>
+#include <stdexcept>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -67,4 +72,18 @@ bool TqAWPNameFilter(const std::string& displayName, std::string& platform) {
 
 bool TqIdemiaNameFilter(const std::string& displayName, std::string& platform) {
     return matchShape({idemiaPattern(), 3, SIZE_MAX, 1, "IDEMIA", 0}, displayName, platform);
+}
+
+void TqSplitDisplayVersion(const std::string& displayVersion, std::string& buildNumber,
+                           std::string& revision) {
+    std::vector<std::string> parts;
+    const int result = TqSplitString(displayVersion, R"(\.)", parts);
+    if (result != 0) {
+        throw std::runtime_error("Failed to split string. Error : " +
+                                 TqGetCommonResultText(result));
+    }
+    if (parts.size() > 3) {
+        revision = parts[2];
+        buildNumber = parts[3];
+    }
 }

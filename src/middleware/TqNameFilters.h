@@ -12,3 +12,12 @@ using TqNameFilter = bool (*)(const std::string& displayName, std::string& platf
 bool TqClassicClientNameFilter(const std::string& displayName, std::string& platform);
 bool TqAWPNameFilter(const std::string& displayName, std::string& platform);
 bool TqIdemiaNameFilter(const std::string& displayName, std::string& platform);
+
+// Signature of the version parsers: split a display version into build number and revision.
+using TqVersionParser = void (*)(const std::string& displayVersion, std::string& buildNumber,
+                                 std::string& revision);
+
+// "7.3.1.23" gives revision "1" and build number "23"; with three parts or fewer both are left
+// as they were. Throws std::runtime_error when the version cannot be split.
+void TqSplitDisplayVersion(const std::string& displayVersion, std::string& buildNumber,
+                           std::string& revision);

@@ -3,7 +3,9 @@
 #include "card/TqATRMiddleware.h"
 #include "card/TqEnrollmentMode.h"
 #include "logging/ZelLogger.h"
+#include "middleware/TqMiddlewareSearch.h"
 #include "middleware/TqOTMiddleware.h"
+#include "middleware/TqSupportedMiddleware.h"
 #include "platform/TqResultCodes.h"
 #include "platform/TqWorkerFailure.h"
 
@@ -143,7 +145,10 @@ int TqZelDLLPlatform::OberthurMiddlewareDetectionJSON(char** jsonOut, int* jsonL
     return inFrame(kName, logFile, jsonOut, [&](int& result) {
         requireArguments(jsonOut != nullptr && jsonLengthOut != nullptr, kInvalidOutputs, result);
         logEntered(kName);
-        throwNotAvailable(result);
+        result = TqOTMiddlewareDetectionJSON(jsonOut, jsonLengthOut, logFile);
+        if (TqWorkerFailed(TqFailureTest::kNegative, result)) {
+            throwWorkerFailure("TqOTJSONMiddlewareDetection failed. Error Code: ", result);
+        }
     });
 }
 
@@ -153,7 +158,12 @@ int TqZelDLLPlatform::SupportedMiddlewareDetectionJSON(char** jsonOut, int* json
     return inFrame(kName, logFile, jsonOut, [&](int& result) {
         requireArguments(jsonOut != nullptr && jsonLengthOut != nullptr, kInvalidOutputs, result);
         logEntered(kName);
-        throwNotAvailable(result);
+        // The document's own codes (1, 4, 23) are positive and pass through as they are.
+        result = TqSupportedMiddlewareDetectionJSON(jsonOut, jsonLengthOut, logFile);
+        if (TqWorkerFailed(TqFailureTest::kNegative, result)) {
+            throwWorkerFailure("TqSupportedNMiddlewareDetectionJSON failed. Error Code: ",
+                               result);
+        }
     });
 }
 

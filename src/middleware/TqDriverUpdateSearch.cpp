@@ -1,0 +1,153 @@
+#include "TqDriverUpdateSearch.h"
+
+#include "hostutil/TqRegistrySearch.h"
+#include "middleware/TqDriverFileProperties.h"
+#include "middleware/TqMiddlewareRecord.h"
+#include "platform/TqWorkerFailure.h"
+
+#include <shlobj.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+namespace {
+
+constexpr const char* kFunction = "TqMSUpdateDriverDetectionSearchJSON";
+constexpr const char* kMinidriverFile = "CIVMinidriver64.dll";
+
+// The package's install date: "InstallDate", else "FirstInstallDate". Shorter data fills the low
+// bytes, longer data gives its first eight.
+bool readInstallDate(const std::string& keyPath, std::uint64_t& installDate) {
+    for (const char* name : {"InstallDate", "FirstInstallDate"}) {
+        std::unique_ptr<unsigned char[]> data;
+        std::uint32_t length = 0;
+        if (TqGetRegistryBinaryValue(nullptr, keyPath, name, data, length) == 1) {
+            installDate = 0;
+            std::memcpy(&installDate, data.get(), std::min<std::size_t>(length, 8));
+            return true;
+        }
+    }
+    return false;
+}
+
+// The package's minidriver file in the driver store, or empty when the package is not there.
+std::string minidriverInDriverStore(const std::string& packageId) {
+    char systemFolder[MAX_PATH];
+    if (FAILED(::SHGetFolderPathA(nullptr, CSIDL_SYSTEM, nullptr, 0, systemFolder))) {
+        return {};
+    }
+    const std::string folder =
+        std::string(systemFolder) + "\\DriverStore\\FileRepository\\" + packageId;
+    if (::GetFileAttributesA(folder.c_str()) == INVALID_FILE_ATTRIBUTES) {
+        return {};
+    }
+    return folder + "\\" + kMinidriverFile;
+}
+
+// One hit of the driver-update search as a candidate; false when anything about it is missing.
+bool readCandidate(const std::string& keyPath, std::string& filePath, TqDriverRecord& record) {
+    std::vector<std::string> packageIds;
+    if (TqGetRegistryMultiStringValue(nullptr, keyPath, "DriverPackageIds", packageIds) != 1 ||
+        packageIds.empty()) {
+        return false;
+    }
+    std::uint64_t installDate = 0;
+    if (!readInstallDate(keyPath, installDate)) {
+        return false;
+    }
+    filePath = minidriverInDriverStore(packageIds.front());
+    if (filePath.empty() || TqReadDriverFileProperties(filePath, record) != 0) {
+        return false;
+    }
+    record.installDate = installDate;
+    return true;
+}
+
+std::string detectedRecord(const char* jsonKey, const TqDriverRecord& record) {
+    return TqComposeRecord(jsonKey, {
+                                        {"Detected", "true"},
+                                        {"UUID", "N/A", ":"},
+                                        {"Name", record.FileDescription},
+                                        {"Publisher", record.Copyright},
+                                        {"Platform", "64"},
+                                        {"DisplayVersion", record.ProductVersion},
+                                        {"VersionMajor", record.ProductVersionMajor},
+                                        {"VersionMinor", record.ProductVersionMinor},
+                                        {"Revision", "0"},
+                                        {"BuildNo", "0"},
+                                    });
+}
+
+} // namespace
+
+int TqMSUpdateDriverDetectionSearchJSON(const char* jsonKey, const char* driverId,
+                                        TqDriverMatcher driverMatcher,
+                                        TqDriverSelector driverSelector,
+                                        std::vector<std::string>* recordsOut, const char* logFile) {
+    int result = tq::kSuccess;
+    std::vector<std::string> records;
+    try {
+        if (logFile != nullptr) {
+            TqLogger().SetFileName(logFile);
+        }
+        if (jsonKey == nullptr || driverId == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::runtime_error("One or more calling arguments is null");
+        }
+        const std::string hardwareId = std::string("scfilter\\") + driverId;
+        TqRegistrySearchEntry entry;
+        entry.flags = SEARCH_COMPARE_DATA | SEARCH_DATA_PREFIX | SEARCH_RETURN_DATA;
+        entry.root = HKEY_LOCAL_MACHINE;
+        entry.valueName = "HardwareIds";
+        entry.valueType = REG_MULTI_SZ;
+        entry.compareData = reinterpret_cast<const unsigned char*>(hardwareId.data());
+        entry.compareLength = static_cast<std::uint32_t>(hardwareId.size());
+        const int found = TqFindRegistryKeyAndOrValueName(kTqDriverUpdatesKey, &entry);
+        if (found < 0) {
+            result = -tq::kInternalError;
+            throw std::runtime_error("Failed to search through registry. Error: " +
+                                     TqGetCommonResultText(found));
+        }
+        std::vector<TqDriverRecord> candidates;
+        for (const auto& hit : entry.results) {
+            std::string filePath;
+            TqDriverRecord record;
+            if (!hit || !readCandidate(hit->keyPath, filePath, record)) {
+                continue;
+            }
+            const int verdict =
+                driverMatcher != nullptr ? driverMatcher(jsonKey, filePath, &record) : 0;
+            if (verdict == kTqDriverAcceptAndStop || verdict == kTqDriverAccept) {
+                candidates.push_back(record);
+            }
+            if (verdict == kTqDriverAcceptAndStop) {
+                break;
+            }
+        }
+        result = 0;
+        if (!candidates.empty() && driverSelector != nullptr && driverSelector(&candidates) != 0) {
+            result = 1;
+        }
+        if (result == 1) {
+            for (const TqDriverRecord& chosen : candidates) {
+                records.push_back(detectedRecord(jsonKey, chosen));
+            }
+        } else {
+            records.push_back(TqNotDetectedRecord(jsonKey));
+        }
+    } catch (...) {
+        const char* text = TqCurrentExceptionText();
+        const std::string message = text != nullptr ? text : "Unknown Exception Occurred";
+        if (result == tq::kSuccess) {
+            result = -tq::kExceptionOccurred;
+        }
+        TqLogger().Log(kLogError, kTqWorkerTag, kFunction, "Exception Occurred - " + message);
+        records.assign(1, TqExceptionRecord(jsonKey != nullptr ? jsonKey : "Unknown", message));
+    }
+    if (recordsOut != nullptr) {
+        recordsOut->swap(records);
+    }
+    return result;
+}

@@ -1,0 +1,183 @@
+#include "TqMiddlewareSearch.h"
+
+#include "hostutil/TqRegistrySearch.h"
+#include "hostutil/TqStringUtil.h"
+#include "middleware/TqMiddlewareRecord.h"
+#include "platform/TqOutputText.h"
+#include "platform/TqWorkerFailure.h"
+
+#include <cstring>
+#include <stdexcept>
+#include <strings.h>
+#include <vector>
+
+namespace {
+
+constexpr const char* kUninstallKey = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
+constexpr int kFullScore = 5; // publisher matched, DisplayVersion, VersionMajor and VersionMinor
+
+bool sameIgnoringCase(const std::string& a, const char* b) {
+    return b != nullptr && a.size() == std::strlen(b) && ::strcasecmp(a.c_str(), b) == 0;
+}
+
+// Scores one candidate's Uninstall entry. The values are read into the search's values, which
+// keep what an earlier, rejected candidate left unless this one overwrites them.
+int scoreCandidate(const TqMiddlewareSearchDetails& details, const std::string& keyPath,
+                   TqMiddlewareValues& values) {
+    int score = 1;
+    if (TqGetRegistryStringValue(nullptr, keyPath, "Publisher", values.Publisher) == 1 &&
+        sameIgnoringCase(values.Publisher, details.publisher)) {
+        score = 2;
+    }
+    if (TqGetRegistryStringValue(nullptr, keyPath, "DisplayVersion", values.DisplayVersion) == 1) {
+        ++score;
+    }
+    if (details.versionParser != nullptr) {
+        details.versionParser(values.DisplayVersion, values.BuildNo, values.Revision);
+    }
+    if (TqGetRegistryDWORDValue(nullptr, keyPath, "VersionMajor", values.VersionMajor) == 1) {
+        ++score;
+    }
+    if (TqGetRegistryDWORDValue(nullptr, keyPath, "VersionMinor", values.VersionMinor) == 1) {
+        ++score;
+    }
+    return score;
+}
+
+// Walks the Uninstall entries whose DisplayName begins with the product's text, in the order the
+// registry search found them, and returns true at the first that passes every test.
+bool findInstalledProduct(const TqMiddlewareSearchDetails& details, TqMiddlewareValues& values,
+                          int& result) {
+    TqRegistrySearchEntry entry;
+    entry.flags = SEARCH_COMPARE_DATA | SEARCH_DATA_PREFIX | SEARCH_RETURN_DATA;
+    entry.valueName = "DisplayName";
+    entry.valueType = REG_SZ;
+    entry.compareData = reinterpret_cast<const unsigned char*>(details.displayName);
+    entry.compareLength = static_cast<std::uint32_t>(std::strlen(details.displayName));
+    const int found = TqFindRegistryKeyAndOrValueName(kUninstallKey, &entry);
+    if (found < 0) {
+        result = -tq::kInternalError;
+        throw std::runtime_error("Failed to search through registry. Error: " +
+                                 TqGetCommonResultText(found));
+    }
+    if (found != 4) {
+        return false;
+    }
+    for (const auto& hit : entry.results) {
+        if (!hit) {
+            continue;
+        }
+        values.Name.assign(reinterpret_cast<const char*>(hit->data.get()), hit->dataLength);
+        TqTrimWhiteSpace(values.Name);
+        if (details.nameFilter != nullptr && !details.nameFilter(values.Name, values.Platform)) {
+            continue;
+        }
+        if (scoreCandidate(details, hit->keyPath, values) == kFullScore) {
+            values.UUID = TqEntryUUID(hit->keyPath);
+            return true;
+        }
+    }
+    return false;
+}
+
+// Logs the exception being handled, sets -23 unless a code was set, and returns its record.
+std::string recordFailure(const char* function, const char* key, int& result) {
+    const char* text = TqCurrentExceptionText();
+    const std::string message = text != nullptr ? text : "Unknown Exception Occurred";
+    if (result == tq::kSuccess) {
+        result = -tq::kExceptionOccurred;
+    }
+    TqLogger().Log(kLogError, kTqWorkerTag, function, "Exception Occurred - " + message);
+    return TqExceptionRecord(key, message);
+}
+
+void setLogFile(const char* logFile) {
+    if (logFile != nullptr) {
+        TqLogger().SetFileName(logFile);
+    }
+}
+
+// Delivery never lets an exception out: a record that cannot be copied is simply not handed out.
+void deliver(const std::string& record, char** jsonOut, int* jsonLength) noexcept {
+    try {
+        TqHandOutText(record, jsonOut, jsonLength);
+    } catch (...) {
+    }
+}
+
+} // namespace
+
+std::string TqEntryUUID(const std::string& keyPath) {
+    const std::size_t lastSeparator = keyPath.find_last_of('\\');
+    return lastSeparator == std::string::npos ? keyPath : keyPath.substr(lastSeparator + 1);
+}
+
+int TqMiddlewareDetectionSearchJSON(const TqMiddlewareSearchDetails* details, char** jsonOut,
+                                    int* jsonLength, const char* logFile) {
+    int result = tq::kSuccess;
+    std::string record;
+    try {
+        setLogFile(logFile);
+        // Details without a key or a display name cannot be searched for either.
+        if (details == nullptr || details->jsonKey == nullptr || details->displayName == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::runtime_error("The search details arguments are invalid");
+        }
+        if (jsonOut == nullptr || jsonLength == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::runtime_error("One or more of the json output arguments is invalid");
+        }
+        TqMiddlewareValues values;
+        if (findInstalledProduct(*details, values, result)) {
+            record = TqDetectedRecord(details->jsonKey, values);
+            result = 1;
+        } else {
+            record = TqNotDetectedRecord(details->jsonKey);
+            result = 0;
+        }
+    } catch (...) {
+        const char* key =
+            details != nullptr && details->jsonKey != nullptr ? details->jsonKey : "Unknown";
+        record = recordFailure("TqMiddlewareDetectionSearchJSON", key, result);
+    }
+    deliver(record, jsonOut, jsonLength);
+    return result;
+}
+
+int TqOTMiddlewareDetectionJSON(char** jsonOut, int* jsonLength, const char* logFile) {
+    static constexpr const char* kKey = "OTMiddleware";
+    int result = tq::kSuccess;
+    std::string record;
+    try {
+        setLogFile(logFile);
+        if (jsonOut == nullptr || jsonLength == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::runtime_error("One or more calling arguments is invalid");
+        }
+        const TqMiddlewareSearchDetails details{kKey, "AWP", "Oberthur Technologies",
+                                                TqAWPNameFilter, nullptr};
+        TqMiddlewareValues values;
+        if (findInstalledProduct(details, values, result)) {
+            // Only the detected entry's version is split. A version of fewer than four parts
+            // leaves Revision and BuildNo empty.
+            std::vector<std::string> parts;
+            const int split = TqSplitString(values.DisplayVersion, R"(\.)", parts);
+            if (split != 0) {
+                throw std::runtime_error("Failed to split string. Error : " +
+                                         TqGetCommonResultText(split));
+            }
+            const bool complete = parts.size() > 3;
+            values.Revision = complete ? parts[2] : std::string();
+            values.BuildNo = complete ? parts[3] : std::string();
+            record = TqDetectedRecord(kKey, values);
+            result = 1;
+        } else {
+            record = TqNotDetectedRecord(kKey);
+            result = 0;
+        }
+    } catch (...) {
+        record = recordFailure("TqOTMiddlewareDetectionJSON", kKey, result);
+    }
+    deliver(record, jsonOut, jsonLength);
+    return result;
+}

@@ -1,0 +1,60 @@
+// A workstation's installed middleware, made in the real registry and file system of the prefix:
+// Uninstall entries of installed programs and driver packages of Windows Update. Everything it
+// adds carries the "ZELTEST" mark and is removed when it is made and when it ends.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zeltest {
+
+inline constexpr const char* kUninstallKey =
+    "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
+inline constexpr const char* kUninstall32Key =
+    "SOFTWARE\\Wow6432Node\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
+inline constexpr const char* kDriverUpdatesKey =
+    "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\DriverSearching\\DriverUpdates";
+
+struct InstalledProgram {
+    std::string entry; // sub-key name under Uninstall; must contain "ZELTEST"
+    std::string displayName;
+    std::optional<std::string> publisher;
+    std::optional<std::string> displayVersion;
+    std::optional<DWORD> versionMajor;
+    std::optional<DWORD> versionMinor;
+};
+
+struct DriverPackage {
+    std::string entry;     // sub-key name under DriverUpdates; must contain "ZELTEST"
+    std::string driverId;  // HardwareIds gets "scfilter\" + driverId
+    std::string packageId; // folder under DriverStore\FileRepository; must contain "zeltest"
+    std::optional<std::vector<BYTE>> installDate;
+    std::optional<std::vector<BYTE>> firstInstallDate;
+    const char* minidriverModule = nullptr; // kit module copied as CIVMinidriver64.dll
+    bool folderInDriverStore = true;
+};
+
+// The eight bytes of a 64-bit install date.
+std::vector<BYTE> InstallDateBytes(std::uint64_t date);
+
+class Workstation {
+public:
+    Workstation();
+    ~Workstation();
+    Workstation(const Workstation&) = delete;
+    Workstation& operator=(const Workstation&) = delete;
+
+    void install(const InstalledProgram& program, REGSAM view = KEY_WOW64_64KEY);
+    void install(const DriverPackage& package);
+
+    static std::string driverStoreFolder();
+
+private:
+    static void removeEverything();
+};
+
+} // namespace zeltest
