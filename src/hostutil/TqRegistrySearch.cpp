@@ -81,11 +81,7 @@ bool dataMatches(const TqRegistrySearchEntry& entry, const unsigned char* data, 
            std::memcmp(data, entry.compareData, entry.compareLength) == 0;
 }
 
-void appendHit(TqRegistrySearchEntry& entry, std::unique_ptr<TqRegistrySearchResult> hit) {
-    entry.results.push_back(std::move(hit));
-}
-
-// Step over the key's own values once its sub-keys have been searched.
+// The key's own values, examined once its sub-keys have been searched.
 int searchOwnValues(HKEY key, const std::string& keyPath, DWORD valueCount, int subKeyResult,
                     TqRegistrySearchEntry& entry) {
     if (subKeyResult == 4 && entry.stopAtFirst) {
@@ -108,7 +104,7 @@ int searchOwnValues(HKEY key, const std::string& keyPath, DWORD valueCount, int 
             hit->data = std::move(entry.data);
             hit->dataLength = std::exchange(entry.dataLength, 0);
         }
-        appendHit(entry, std::move(hit));
+        entry.results.push_back(std::move(hit));
         return 4;
     }
     return matched != 5 ? matched : 0;
@@ -123,7 +119,7 @@ int searchKeyName(const std::string& keyPath, TqRegistrySearchEntry& entry) {
     }
     auto hit = std::make_unique<TqRegistrySearchResult>();
     hit->keyPath = foundPath;
-    appendHit(entry, std::move(hit));
+    entry.results.push_back(std::move(hit));
     return entry.stopAtFirst ? 4 : 5;
 }
 
