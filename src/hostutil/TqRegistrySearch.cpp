@@ -81,11 +81,7 @@ bool dataMatches(const TqRegistrySearchEntry& entry, const unsigned char* data, 
            std::memcmp(data, entry.compareData, entry.compareLength) == 0;
 }
 
-void appendHit(TqRegistrySearchEntry& entry, std::unique_ptr<TqRegistrySearchResult> hit) {
-    entry.results.push_back(std::move(hit));
-}
-
-// Step over the key's own values once its sub-keys have been searched.
+// The key's own values, examined once its sub-keys have been searched.
 int searchOwnValues(HKEY key, const std::string& keyPath, DWORD valueCount, int subKeyResult,
                     TqRegistrySearchEntry& entry) {
     if (subKeyResult == 4 && entry.stopAtFirst) {
@@ -108,7 +104,7 @@ int searchOwnValues(HKEY key, const std::string& keyPath, DWORD valueCount, int 
             hit->data = std::move(entry.data);
             hit->dataLength = std::exchange(entry.dataLength, 0);
         }
-        appendHit(entry, std::move(hit));
+        entry.results.push_back(std::move(hit));
         return 4;
     }
     return matched != 5 ? matched : 0;
@@ -123,7 +119,7 @@ int searchKeyName(const std::string& keyPath, TqRegistrySearchEntry& entry) {
     }
     auto hit = std::make_unique<TqRegistrySearchResult>();
     hit->keyPath = foundPath;
-    appendHit(entry, std::move(hit));
+    entry.results.push_back(std::move(hit));
     return entry.stopAtFirst ? 4 : 5;
 }
 
@@ -279,64 +275,6 @@ int TqFindRegistryProcessSubKey(HKEY key, const std::string& keyPath, std::uint3
         result = reportFailure(kName, "", result);
     }
     return result;
-}
-
-int TqReverseSearchInRegistryPath(const std::string& path, const std::string& keyName,
-                                  std::uint32_t flags, std::string& foundPath) {
-    constexpr const char* kName = "TqReverseSearchInRegistryPath";
-    int result = 0;
-    try {
-        foundPath.clear();
-        if (path.empty() || keyName.empty()) {
-            result = -tq::kInvalidArguments;
-            throw std::invalid_argument("Invalid argument encountered.");
-        }
-        std::string walked = path;
-        while (true) {
-            const std::size_t position = walked.rfind(keyName);
-            if (position == std::string::npos) {
-                return 0;
-            }
-            if ((flags & SEARCH_PATH_ANY) != 0) {
-                foundPath = walked;
-                return 1;
-            }
-            const std::size_t end = position + keyName.size();
-            const std::string candidate = walked.substr(0, end);
-            bool component = false;
-            if (position == 0) {
-                // Looks at the candidate's second character, not past the match: a name at
-                // the very start of the path is only accepted in this odd case.
-                component = candidate.size() > 1 && candidate[1] == '\\';
-            } else if (walked[position - 1] == '\\') {
-                // The right edge is checked one character past the match's end; kept so,
-                // since callers' answers depend on it.
-                component = end + 1 < walked.size() ? path[end + 1] == '\\' : end == walked.size();
-            }
-            if (component) {
-                foundPath = candidate;
-                return 1;
-            }
-            if ((flags & SEARCH_PATH_WALK_UP) == 0) {
-                return 0;
-            }
-            const std::size_t separator = walked.rfind('\\');
-            if (separator == std::string::npos) {
-                return 0;
-            }
-            walked.resize(separator);
-        }
-    } catch (...) {
-        foundPath.clear();
-        try {
-            throw;
-        } catch (const std::exception& error) {
-            std::cerr << kName << " : An exception occurred - " << error.what() << std::endl;
-        } catch (...) {
-            std::cerr << kName << " : An exception occurred - unknown exception" << std::endl;
-        }
-        return result != 0 ? result : -tq::kExceptionOccurred;
-    }
 }
 
 namespace {

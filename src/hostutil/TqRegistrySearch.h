@@ -3,21 +3,14 @@
 // error; results are plain int codes.
 #pragma once
 
+#include "TqRegistryPath.h"
+
 #include <windows.h>
 
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
-
-// Bits of TqRegistrySearchEntry::flags.
-inline constexpr std::uint32_t SEARCH_COMPARE_DATA = 0x01; // the data must equal compareData
-inline constexpr std::uint32_t SEARCH_DATA_PREFIX = 0x02;  // with 0x01: need only begin with it
-inline constexpr std::uint32_t SEARCH_RETURN_DATA = 0x04;  // the matched data goes to the hit
-inline constexpr std::uint32_t SEARCH_KEY_NAME = 0x08;     // no valueName: record keys by name
-inline constexpr std::uint32_t SEARCH_KEY_IN_PATH = 0x10;  // values only below keyName
-inline constexpr std::uint32_t SEARCH_PATH_ANY = 0x20;     // any occurrence, whole path
-inline constexpr std::uint32_t SEARCH_PATH_WALK_UP = 0x40; // retry on the parent path
 
 // One hit, owned by the entry that collected it.
 struct TqRegistrySearchResult {
@@ -60,11 +53,6 @@ int TqFindRegistryProcessSubKey(HKEY key, const std::string& keyPath, std::uint3
 // Examines the values of an open key: 2 = matched (data in the entry's hand-over slot with
 // SEARCH_RETURN_DATA), 0 = no match, -1 = null argument.
 int TqFindRegistryProcessValues(HKEY key, std::uint32_t valueCount, TqRegistrySearchEntry* entry);
-
-// Whether keyName occurs in path as a key name. 1 = found (foundPath set), 0 = not found,
-// -1 = empty argument, -23 = exception.
-int TqReverseSearchInRegistryPath(const std::string& path, const std::string& keyName,
-                                  std::uint32_t flags, std::string& foundPath);
 
 // Typed readers: the first value of that name and type at or below keyPath under
 // HKEY_LOCAL_MACHINE (the first argument is never read). 1 = found, 0 = not found,

@@ -60,6 +60,24 @@ inline void PrintTo(const Hit& hit, std::ostream* out) {
     *out << (hit.data.size() > 64 ? "...}" : "}");
 }
 
+inline TqRegistrySearchEntry ValueSearch(HKEY root, std::uint32_t flags, const char* valueName,
+                                         DWORD type) {
+    TqRegistrySearchEntry entry;
+    entry.flags = flags;
+    entry.root = root;
+    entry.valueName = valueName;
+    entry.valueType = type;
+    return entry;
+}
+
+inline TqRegistrySearchEntry KeySearch(HKEY root, std::uint32_t flags, const char* keyName) {
+    TqRegistrySearchEntry entry;
+    entry.flags = flags;
+    entry.root = root;
+    entry.keyName = keyName;
+    return entry;
+}
+
 // A key-name hit: the path only.
 inline Hit KeyHit(const std::string& keyPath) {
     return Hit{keyPath, "", 0, false, {}};

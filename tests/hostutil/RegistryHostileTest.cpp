@@ -33,12 +33,7 @@ protected:
 
     static TqRegistrySearchEntry valueSearch(std::uint32_t flags, const char* valueName,
                                              DWORD type) {
-        TqRegistrySearchEntry entry;
-        entry.flags = flags;
-        entry.root = HKEY_CURRENT_USER;
-        entry.valueName = valueName;
-        entry.valueType = type;
-        return entry;
+        return ValueSearch(HKEY_CURRENT_USER, flags, valueName, type);
     }
 
     int search(TqRegistrySearchEntry& entry, const std::string& sub = "") {

@@ -57,6 +57,25 @@ TEST_F(RegistryReader, StringStoredWithoutTerminatorIsReadByItsLength) {
     EXPECT_EQ("7.3.1.23", out);
 }
 
+TEST_F(RegistryReader, StringWrittenWithoutCountingItsTerminatorReadsTheSame) {
+    // Written the way the spring-check switch writes "False": 5 bytes, no terminator counted.
+    // Wine stores the NUL that follows the data in memory as well, so 6 bytes may come back;
+    // either way the reader's answer is the bare text.
+    {
+        TqUniqueRegKey key;
+        ASSERT_EQ(ERROR_SUCCESS,
+                  ::RegCreateKeyExA(HKEY_LOCAL_MACHINE, kReaderScratch.c_str(), 0, nullptr, 0,
+                                    KEY_ALL_ACCESS, nullptr, key.put(), nullptr));
+        ASSERT_EQ(ERROR_SUCCESS, ::RegSetValueExA(key.get(), "CardRemovalCheck", 0, REG_SZ,
+                                                  reinterpret_cast<const BYTE*>("False"), 5));
+    }
+    const StoredValue stored = ReadValue(HKEY_LOCAL_MACHINE, kReaderScratch, "CardRemovalCheck");
+    ASSERT_TRUE(stored.data == TextBytes("False") || stored.data == SzBytes("False"));
+    std::string out;
+    EXPECT_EQ(1, TqGetRegistryStringValue(nullptr, kReaderScratch, "CardRemovalCheck", out));
+    EXPECT_EQ("False", out);
+}
+
 TEST_F(RegistryReader, StringKeepsInnerNulsButNotTrailingOnes) {
     write("", "Odd", REG_SZ, Bytes{'a', 0, 'b', 0, 0});
     std::string out;
@@ -434,6 +453,26 @@ TEST_F(InstalledAppVersion, The64BitUninstallKeyIsNotSearched) {
     const Version version = lookUp("KVR Identity Agent");
     EXPECT_EQ(0, version.result);
     EXPECT_EQ("untouched", version.keyPath);
+}
+
+TEST_F(InstalledAppVersion, FirstHitMayComeFromAProductWhoseSubKeyCannotBeOpened) {
+    // A's own DisplayName is recorded although A reports its sub-key's error; B's hit then
+    // makes the search succeed, and A is the product whose version is looked up.
+    const std::string a = product(kCodes[0]);
+    const std::string b = product(kCodes[1]);
+    WriteString(HKEY_LOCAL_MACHINE, a, "DisplayName", "KVR Identity Agent");
+    WriteString(HKEY_LOCAL_MACHINE, a + "\\Denied", "DisplayVersion", "9.9");
+    WriteString(HKEY_LOCAL_MACHINE, b, "DisplayName", "KVR Identity Agent");
+    WriteString(HKEY_LOCAL_MACHINE, b, "DisplayVersion", "2.0");
+    const DeniedKey denied(HKEY_LOCAL_MACHINE, a + "\\Denied");
+    const Version version = lookUp("KVR Identity Agent");
+    EXPECT_EQ(0, version.result);
+    EXPECT_EQ("untouched", version.keyPath);
+    const std::string openFailure = OpenFailureLine(a + "\\Denied", ERROR_ACCESS_DENIED);
+    const std::string dwordFailure =
+        "TqGetInstalledAppVerNo : TqFindRegistryKeyAndOrValueName(1) failed. Error Code -16.\n";
+    EXPECT_EQ(openFailure + openFailure + dwordFailure + openFailure + dwordFailure + openFailure,
+              version.err);
 }
 
 TEST_F(InstalledAppVersion, NullArgumentsYieldMinus1) {

@@ -42,19 +42,10 @@ protected:
 
     static TqRegistrySearchEntry valueSearch(std::uint32_t flags, const char* valueName,
                                              DWORD type) {
-        TqRegistrySearchEntry entry;
-        entry.flags = flags;
-        entry.root = HKEY_CURRENT_USER;
-        entry.valueName = valueName;
-        entry.valueType = type;
-        return entry;
+        return ValueSearch(HKEY_CURRENT_USER, flags, valueName, type);
     }
     static TqRegistrySearchEntry keySearch(std::uint32_t flags, const char* keyName) {
-        TqRegistrySearchEntry entry;
-        entry.flags = flags;
-        entry.root = HKEY_CURRENT_USER;
-        entry.keyName = keyName;
-        return entry;
+        return KeySearch(HKEY_CURRENT_USER, flags, keyName);
     }
     // The entry only points at the compared bytes: they must outlive the search.
     static void compareWith(TqRegistrySearchEntry& entry, const std::string& text) {

@@ -127,15 +127,24 @@ void CreateKey(HKEY root, const std::string& path, REGSAM view) {
         << path;
 }
 
-void WriteValue(HKEY root, const std::string& path, const char* name, DWORD type,
-                const std::vector<BYTE>& data, REGSAM view) {
+namespace {
+
+// Writes size bytes of data; data may hold more, which RegSetValueExA may look at.
+void setValue(HKEY root, const std::string& path, const char* name, DWORD type, const BYTE* data,
+              DWORD size, REGSAM view) {
     TqUniqueRegKey key;
     ASSERT_EQ(ERROR_SUCCESS, ::RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0,
                                                KEY_ALL_ACCESS | view, nullptr, key.put(), nullptr))
         << path;
-    ASSERT_EQ(ERROR_SUCCESS, ::RegSetValueExA(key.get(), name, 0, type, data.data(),
-                                              static_cast<DWORD>(data.size())))
+    ASSERT_EQ(ERROR_SUCCESS, ::RegSetValueExA(key.get(), name, 0, type, data, size))
         << path << " " << name;
+}
+
+} // namespace
+
+void WriteValue(HKEY root, const std::string& path, const char* name, DWORD type,
+                const std::vector<BYTE>& data, REGSAM view) {
+    setValue(root, path, name, type, data.data(), static_cast<DWORD>(data.size()), view);
 }
 
 void WriteDword(HKEY root, const std::string& path, const char* name, DWORD value, REGSAM view) {
@@ -154,13 +163,7 @@ void WriteExactValue(HKEY root, const std::string& path, const char* name, DWORD
                      const std::vector<BYTE>& data, REGSAM view) {
     std::vector<BYTE> guarded = data;
     guarded.push_back('#');
-    TqUniqueRegKey key;
-    ASSERT_EQ(ERROR_SUCCESS, ::RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0,
-                                               KEY_ALL_ACCESS | view, nullptr, key.put(), nullptr))
-        << path;
-    ASSERT_EQ(ERROR_SUCCESS, ::RegSetValueExA(key.get(), name, 0, type, guarded.data(),
-                                              static_cast<DWORD>(data.size())))
-        << path << " " << name;
+    setValue(root, path, name, type, guarded.data(), static_cast<DWORD>(data.size()), view);
 }
 
 StoredValue ReadValue(HKEY root, const std::string& path, const char* name, REGSAM view) {
