@@ -1,11 +1,16 @@
 #include "TqATRMiddleware.h"
 
 #include "hostutil/TqUniqueResource.h"
+#include "middleware/TqMiddlewareSearch.h"
+#include "middleware/TqOTMiddleware.h"
+#include "platform/TqOutputText.h"
 #include "platform/TqErrorText.h"
 #include "platform/TqWorkerFailure.h"
 
 #include <array>
+#include <cstdlib>
 #include <cstring>
+#include <map>
 #include <iostream>
 #include <stdexcept>
 #include <vector>
@@ -13,6 +18,7 @@
 namespace {
 
 constexpr const char* kSetName = "TqSetATRMiddlewareDetection";
+constexpr const char* kGetName = "TqGetATRMiddlewareDetection";
 
 constexpr BYTE kGemSafeFirstByte = 0x3B; // the card's real first ATR byte: the entry matches
 constexpr BYTE kPivFirstByte = 0xFF;     // no card starts so: the entry never matches
@@ -145,5 +151,116 @@ int TqSetATRMiddlewareDetection(const char* middleware, const char* logFile) {
         }
     }
     TqLogger().Log(kLogInfo, kTqWorkerTag, kSetName, "Leaving");
+    return result;
+}
+
+namespace {
+
+enum class EntryReading { kGemSafe, kPivMinidriver, kUnknown };
+
+const char* wordOf(EntryReading reading) {
+    switch (reading) {
+    case EntryReading::kGemSafe:
+        return "GEMSAFE";
+    case EntryReading::kPivMinidriver:
+        return "PIVMINIDRIVER";
+    default:
+        return "UNKNOWN";
+    }
+}
+
+// Whether the OT middleware's record says it is installed. The record's "Detected" must read
+// exactly "TRUE".
+bool otMiddlewareInstalled(const char* logFile) {
+    char* text = nullptr;
+    int length = 0;
+    const int detected = TqOTMiddlewareDetectionJSON(&text, &length, logFile);
+    const std::string record = text != nullptr ? text : "";
+    std::free(text);
+    if (detected != 1) {
+        return false;
+    }
+    std::map<std::string, std::string> pairs;
+    TqParseOTJSONMiddlewareString(record, pairs, logFile);
+    const auto found = pairs.find("Detected");
+    return found != pairs.end() && found->second == "TRUE";
+}
+
+// The minidriver that one entry's ATR names, by its first byte.
+EntryReading readEntry(const char* path, int& result) {
+    TqUniqueRegKey key;
+    LSTATUS status =
+        ::RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, KEY_READ | KEY_WOW64_64KEY, key.put());
+    if (status != ERROR_SUCCESS) {
+        result = 19;
+        throw std::runtime_error(std::string("Failed to open registry key ") + path +
+                                 TqGetLastErrorAsString(status));
+    }
+    DWORD size = 0;
+    status = ::RegQueryValueExA(key.get(), "ATR", nullptr, nullptr, nullptr, &size);
+    std::vector<BYTE> atr(size + 1, 0);
+    if (status == ERROR_SUCCESS) {
+        status = ::RegQueryValueExA(key.get(), "ATR", nullptr, nullptr, atr.data(), &size);
+    }
+    if (status != ERROR_SUCCESS) {
+        result = 21;
+        throw std::runtime_error(std::string("Failed to query registry value  ") + "ATR" +
+                                 TqGetLastErrorAsString(status));
+    }
+    if (atr[0] == kPivFirstByte) {
+        return EntryReading::kPivMinidriver;
+    }
+    return atr[0] == kGemSafeFirstByte ? EntryReading::kGemSafe : EntryReading::kUnknown;
+}
+
+} // namespace
+
+int TqGetATRMiddlewareDetection(char** middlewareOut, int* lengthOut, const char* logFile) {
+    int result = tq::kSuccess;
+    const char* answer = "UNKNOWN";
+    try {
+        if (logFile != nullptr) {
+            TqLogger().SetFileName(logFile);
+        }
+        if (middlewareOut == nullptr || lengthOut == nullptr) {
+            result = tq::kInvalidArguments;
+            throw std::runtime_error("One or more calling arguments is invalid");
+        }
+        const bool otInstalled = otMiddlewareInstalled(logFile);
+        const EntryReading contact = readEntry(kTqJcopContactKey, result);
+        const EntryReading contactless = readEntry(kTqJcopContactlessKey, result);
+        const bool unknown =
+            contact == EntryReading::kUnknown || contactless == EntryReading::kUnknown;
+        if (!unknown && contact == contactless) {
+            answer = wordOf(contact);
+        } else if (otInstalled) {
+            answer = "PIVMINIDRIVER";
+        } else if (!unknown) {
+            result = 32;
+        } else {
+            result = tq::kNotFound;
+            throw std::runtime_error(
+                "Registry value for the ATR is not known and OT Middleware not installed.");
+        }
+    } catch (...) {
+        const char* text = TqCurrentExceptionText();
+        if (text != nullptr) {
+            std::cout << kGetName << " : [Error] Exception Occurred - " << text << std::endl;
+        } else {
+            std::cout << kGetName << " : [Error] Unexpected Eexception occurred" << std::endl;
+        }
+        TqLogger().Log(kLogError, kTqWorkerTag, kGetName,
+                       text != nullptr ? std::string("Exception occurred:") + text
+                                       : std::string("Unexpected Error occurred"));
+        answer = "UNKNOWN";
+        if (result == tq::kSuccess) {
+            result = tq::kExceptionOccurred;
+        }
+    }
+    try {
+        TqHandOutText(answer, middlewareOut, lengthOut);
+    } catch (...) {
+        result = tq::kInvalidMemoryAllocation;
+    }
     return result;
 }

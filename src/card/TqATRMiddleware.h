@@ -12,3 +12,9 @@ inline constexpr const char* kTqJcopContactlessKey =
 // card for "GEMSAFE" or never match it ("PIVMINIDRIVER"). Returns 0, 1 (null word), 14 (unknown
 // word), 4 (a key or value could not be written) or 23.
 int TqSetATRMiddlewareDetection(const char* middleware, const char* logFile);
+
+// Reads both entries (64-bit view) and tells which minidriver they name: "GEMSAFE",
+// "PIVMINIDRIVER" or "UNKNOWN", handed out whenever the outputs are valid. Returns 0, 1 (null
+// output), 11 (an unknown ATR without the OT middleware), 19 (an entry cannot be opened),
+// 21 (its ATR cannot be read), 32 (the entries disagree without the OT middleware) or 23.
+int TqGetATRMiddlewareDetection(char** middlewareOut, int* lengthOut, const char* logFile);

@@ -122,7 +122,10 @@ int TqZelDLLPlatform::getATRMiddlewareDetection(char** jsonOut, int* jsonLengthO
     return inFrame(kName, logFile, jsonOut, [&](int& result) {
         requireArguments(jsonOut != nullptr && jsonLengthOut != nullptr, kInvalidOutputs, result);
         logEntered(kName);
-        throwNotAvailable(result);
+        result = TqGetATRMiddlewareDetection(jsonOut, jsonLengthOut, logFile);
+        if (TqWorkerFailed(TqFailureTest::kNonZero, result)) {
+            throwWorkerFailure("TqGetATRMiddlewareDetection failed. Error Code: ", result);
+        }
     });
 }
 
@@ -161,8 +164,7 @@ int TqZelDLLPlatform::SupportedMiddlewareDetectionJSON(char** jsonOut, int* json
         // The document's own codes (1, 4, 23) are positive and pass through as they are.
         result = TqSupportedMiddlewareDetectionJSON(jsonOut, jsonLengthOut, logFile);
         if (TqWorkerFailed(TqFailureTest::kNegative, result)) {
-            throwWorkerFailure("TqSupportedNMiddlewareDetectionJSON failed. Error Code: ",
-                               result);
+            throwWorkerFailure("TqSupportedNMiddlewareDetectionJSON failed. Error Code: ", result);
         }
     });
 }
