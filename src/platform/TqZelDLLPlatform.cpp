@@ -1,6 +1,7 @@
 #include "TqZelDLLPlatform.h"
 
 #include "card/TqEnrollmentMode.h"
+#include "card/TqPKCS11ActiveApplet.h"
 #include "logging/ZelLogger.h"
 #include "platform/TqResultCodes.h"
 #include "platform/TqWorkerFailure.h"
@@ -91,7 +92,14 @@ int TqZelDLLPlatform::setEnrollmentMode(TqEnrollmentProvider* provider, const ch
         requireArguments(applet != nullptr, "applet Argument is invalid", result);
         logEntered(kName);
         if (provider != nullptr && provider->isPKCS11Route(logFile) == 1) {
-            throwNotAvailable(result);
+            const CK_RV switched = TqPKCS11SetActiveApplet(applet, logFile);
+            result = static_cast<int>(switched);
+            if (TqWorkerFailed(TqFailureTest::kNonZero, result)) {
+                throw std::runtime_error("TqPKCS11SetActiveApplet failed. Error Code(" +
+                                         TqGetPKCS11ReturnValueText(switched) + ") - " +
+                                         TqGetCommonResultText(result));
+            }
+            return;
         }
         result = TqSwitchEnrollmentMode(applet, logFile);
         if (TqWorkerFailed(TqFailureTest::kNonZero, result)) {
