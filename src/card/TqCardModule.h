@@ -14,6 +14,11 @@ inline constexpr DWORD CARD_DATA_VERSION_SIX = 6;
 inline constexpr DWORD CARD_DATA_VERSION_SEVEN = 7;
 inline constexpr DWORD CARD_DATA_CURRENT_VERSION = CARD_DATA_VERSION_SEVEN;
 
+// mingw-w64's winscard.h lacks the provider kind that names a card's minidriver.
+#ifndef SCARD_PROVIDER_CARD_MODULE
+#define SCARD_PROVIDER_CARD_MODULE 0x80000001
+#endif
+
 // The cache file in the card's root directory and the user the PIN belongs to.
 inline constexpr const char* szCACHE_FILE = "cardcf";
 inline constexpr const wchar_t* wszCARD_USER_USER = L"user";

@@ -5,7 +5,7 @@
 //   "Without" (REG_SZ "C_Finalize" or "C_Initialize"): that entry of the list is null.
 // Its structures are laid out by hand from the standard's byte offsets (one-byte packing), so
 // the library's own declarations are checked against an independent reading.
-#include <windows.h>
+#include "hostutil/TqUniqueResource.h"
 
 #include <cstdio>
 #include <cstring>
@@ -28,35 +28,29 @@ constexpr size_t kFlagsOffset = 32;
 bool gInitialized = false;
 unsigned char gFunctionList[2 + kFunctionCount * sizeof(void*)];
 
-HKEY openSettings() {
-    HKEY key = nullptr;
-    ::RegCreateKeyExA(HKEY_CURRENT_USER, kSettingsKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
-                      nullptr);
+TqUniqueRegKey openSettings() {
+    TqUniqueRegKey key;
+    ::RegCreateKeyExA(HKEY_CURRENT_USER, kSettingsKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                      key.put(), nullptr);
     return key;
 }
 
 bool readDword(const char* name, DWORD& value) {
-    HKEY key = openSettings();
+    const TqUniqueRegKey key = openSettings();
     DWORD size = sizeof value;
     DWORD type = 0;
-    const bool found =
-        key != nullptr &&
-        ::RegQueryValueExA(key, name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size) ==
-            ERROR_SUCCESS &&
-        type == REG_DWORD;
-    if (key != nullptr) {
-        ::RegCloseKey(key);
-    }
-    return found;
+    return key &&
+           ::RegQueryValueExA(key.get(), name, nullptr, &type, reinterpret_cast<BYTE*>(&value),
+                              &size) == ERROR_SUCCESS &&
+           type == REG_DWORD;
 }
 
 std::string readString(const char* name) {
-    HKEY key = openSettings();
+    const TqUniqueRegKey key = openSettings();
     char text[1024] = {};
     DWORD size = sizeof text - 1;
-    if (key != nullptr) {
-        ::RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &size);
-        ::RegCloseKey(key);
+    if (key) {
+        ::RegQueryValueExA(key.get(), name, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &size);
     }
     return text;
 }
@@ -65,11 +59,11 @@ void record(const std::string& call, Rv result) {
     char code[16];
     std::snprintf(code, sizeof code, "%08lx", result);
     const std::string calls = readString("Calls") + call + " = 0x" + code + "\n";
-    HKEY key = openSettings();
-    if (key != nullptr) {
-        ::RegSetValueExA(key, "Calls", 0, REG_SZ, reinterpret_cast<const BYTE*>(calls.c_str()),
+    const TqUniqueRegKey key = openSettings();
+    if (key) {
+        ::RegSetValueExA(key.get(), "Calls", 0, REG_SZ,
+                         reinterpret_cast<const BYTE*>(calls.c_str()),
                          static_cast<DWORD>(calls.size() + 1));
-        ::RegCloseKey(key);
     }
 }
 
