@@ -54,8 +54,8 @@ int checkKeyContainerContent(const char* containerName, TqEnumerationContext& co
     TqUniqueCryptProv container;
     if (!::CryptAcquireContextA(container.put(), path.c_str(), kTqBaseSmartCardCsp, PROV_RSA_FULL,
                                 CRYPT_SILENT)) {
-        std::cerr << "checkKeyContainerContent : " << TqGetLastErrorAsString(::GetLastError())
-                  << std::endl;
+        const std::string text = TqGetLastErrorAsString(::GetLastError());
+        std::cerr << "checkKeyContainerContent : " << text << std::endl;
         return 0;
     }
     TqKeyContainerRecord record;
