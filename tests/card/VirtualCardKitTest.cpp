@@ -189,6 +189,22 @@ TEST_F(KitWinscard, UnknownCardAndShortBufferFailLikeWindows) {
                                               SCARD_PROVIDER_CARD_MODULE, name, &length));
 }
 
+TEST_F(KitWinscard, HandleOwnersLeaveTheCardAndReleaseTheContext) {
+    {
+        TqUniqueSCardContext owned;
+        ASSERT_EQ(SCARD_S_SUCCESS,
+                  ::SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, owned.put()));
+        TqUniqueSCardHandle card;
+        DWORD protocol = 0;
+        ASSERT_EQ(SCARD_S_SUCCESS,
+                  ::SCardConnectA(owned.get(), zeltest::kKitReader, SCARD_SHARE_SHARED,
+                                  SCARD_PROTOCOL_T1, card.put(), &protocol));
+    }
+    EXPECT_EQ((std::vector<std::string>{"SCardConnectA ZelKit Reader 0", "SCardDisconnect 0",
+                                        "SCardReleaseContext"}),
+              zeltest::ReadCardState().events);
+}
+
 // ---------------------------------------------------------------------------------------------
 // The card minidriver
 
@@ -236,23 +252,23 @@ bool HostCallbacks::cacheHit = false;
 class KitMinidriver : public ::testing::Test {
 protected:
     void SetUp() override {
+        HostCallbacks::allocations = 0;
+        HostCallbacks::frees = 0;
+        HostCallbacks::lookups = 0;
+        HostCallbacks::additions = 0;
+        HostCallbacks::cacheHit = false;
         ASSERT_EQ(SCARD_S_SUCCESS,
-                  ::SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &context));
+                  ::SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, context.put()));
         DWORD protocol = 0;
-        ASSERT_EQ(SCARD_S_SUCCESS, ::SCardConnectA(context, zeltest::kKitReader, SCARD_SHARE_SHARED,
-                                                   SCARD_PROTOCOL_T1, &card, &protocol));
+        ASSERT_EQ(SCARD_S_SUCCESS,
+                  ::SCardConnectA(context.get(), zeltest::kKitReader, SCARD_SHARE_SHARED,
+                                  SCARD_PROTOCOL_T1, card.put(), &protocol));
         atr = zeltest::OberthurCardState().atr;
         module.reset(::LoadLibraryA(zeltest::kKitMinidriverFile));
         ASSERT_TRUE(module) << ::GetLastError();
         acquire = reinterpret_cast<PFN_CARD_ACQUIRE_CONTEXT>(
             reinterpret_cast<void*>(::GetProcAddress(module.get(), "CardAcquireContext")));
         ASSERT_NE(nullptr, acquire);
-    }
-    void TearDown() override {
-        if (card != 0) {
-            ::SCardDisconnect(card, SCARD_LEAVE_CARD);
-        }
-        ::SCardReleaseContext(context);
     }
 
     // A version-7 table followed by guard bytes, filled as a host fills it.
@@ -274,14 +290,14 @@ protected:
         table.data.pfnCspCacheAddFile = &HostCallbacks::add;
         table.data.pfnCspCacheLookupFile = &HostCallbacks::lookup;
         table.data.pfnCspCacheDeleteFile = &HostCallbacks::remove;
-        table.data.hSCardCtx = context;
-        table.data.hScard = card;
+        table.data.hSCardCtx = context.get();
+        table.data.hScard = card.get();
         return table;
     }
 
     zeltest::VirtualCard virtualCard;
-    SCARDCONTEXT context = 0;
-    SCARDHANDLE card = 0;
+    TqUniqueSCardContext context;
+    TqUniqueSCardHandle card; // declared after the context: closed before it
     std::vector<BYTE> atr;
     wchar_t cardName[33] = L"Oberthur Technologies KVR Device";
     TqUniqueModule module;
