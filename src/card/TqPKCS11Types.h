@@ -4,14 +4,14 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 using CK_BYTE = unsigned char;
-using CK_ULONG = unsigned long; // 32 bits on Windows, as the module sees it
+using CK_ULONG = std::uint32_t; // Windows' unsigned long, also when this builds elsewhere
 using CK_RV = CK_ULONG;
 using CK_FLAGS = CK_ULONG;
 using CK_VOID_PTR = void*;
 
-static_assert(sizeof(CK_ULONG) == 4, "Cryptoki on 64-bit Windows uses a 32-bit CK_ULONG");
 
 inline constexpr CK_RV CKR_OK = 0x000;
 inline constexpr CK_RV CKR_ARGUMENTS_BAD = 0x007;
