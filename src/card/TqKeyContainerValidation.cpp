@@ -49,14 +49,16 @@ struct ContentFailure : std::runtime_error {
 
 } // namespace
 
-int checkKeyContainerContent(const char* containerName, TqEnumerationContext& context) {
+namespace {
+
+int recordContainer(const char* containerName, TqEnumerationContext& context) {
     const std::string path = readerPath(context.readerName) + containerName;
     TqUniqueCryptProv container;
     if (!::CryptAcquireContextA(container.put(), path.c_str(), kTqBaseSmartCardCsp, PROV_RSA_FULL,
                                 CRYPT_SILENT)) {
         const std::string text = TqGetLastErrorAsString(::GetLastError());
         std::cerr << "checkKeyContainerContent : " << text << std::endl;
-        return 0;
+        return 0; // this container only: the enumeration goes on with the next one
     }
     TqKeyContainerRecord record;
     record.name = containerName;
@@ -73,6 +75,20 @@ int checkKeyContainerContent(const char* containerName, TqEnumerationContext& co
     }
     context.containers.push_back(std::move(record));
     return 0;
+}
+
+} // namespace
+
+int checkKeyContainerContent(const char* containerName, TqEnumerationContext& context) {
+    if (containerName == nullptr) {
+        return tq::kInvalidArguments;
+    }
+    try {
+        return recordContainer(containerName, context);
+    } catch (const std::exception& failure) {
+        std::cerr << "checkKeyContainerContent : " << failure.what() << std::endl;
+        return tq::kExceptionOccurred;
+    }
 }
 
 std::uint32_t TqEnumSmartCardKeyContainers(const char* readerName, const char* providerName,

@@ -18,7 +18,8 @@ std::uint32_t TqEnumSmartCardKeyContainers(const char* readerName, const char* p
 
 // Opens one container through the base smart-card CSP and appends its record: which key pair
 // it holds and whether that key has a certificate. A container that cannot be opened gets no
-// record; the enumeration goes on with the next one (0). Non-zero stops the enumeration.
+// record; the enumeration goes on with the next one (0). Non-zero stops the enumeration: 1 for
+// a null name, 23 when the record could not be made.
 int checkKeyContainerContent(const char* containerName, TqEnumerationContext& context);
 
 // The count rules and the verdict, with their log lines under "TqCryptEnumContainers".

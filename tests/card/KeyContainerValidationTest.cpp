@@ -163,6 +163,12 @@ TEST_F(ContainerEnumeration, ContainerThatCannotBeOpenedGetsNoRecordAndTheCheckG
     EXPECT_EQ(kTqHoldsKeyExchange | kTqHoldsCertificate, context.containers[0].content);
 }
 
+TEST_F(ContainerEnumeration, NullContainerNameStopsTheCheck) {
+    context.readerName = zeltest::kKitReader;
+    EXPECT_EQ(1, checkKeyContainerContent(nullptr, context));
+    EXPECT_TRUE(context.containers.empty());
+}
+
 // ---------------------------------------------------------------------------------------------
 
 class OberthurContent : public ::testing::Test {
