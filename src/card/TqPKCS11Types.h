@@ -12,7 +12,6 @@ using CK_RV = CK_ULONG;
 using CK_FLAGS = CK_ULONG;
 using CK_VOID_PTR = void*;
 
-
 inline constexpr CK_RV CKR_OK = 0x000;
 inline constexpr CK_RV CKR_ARGUMENTS_BAD = 0x007;
 inline constexpr CK_RV CKR_CRYPTOKI_NOT_INITIALIZED = 0x190;
