@@ -2,6 +2,8 @@
 #pragma once
 
 #include <windows.h>
+#include <wincrypt.h>
+#include <winscard.h>
 
 #include <utility>
 
@@ -82,9 +84,38 @@ struct TqServiceHandleTraits {
     static void close(type service) noexcept { ::CloseServiceHandle(service); }
 };
 
+struct TqCryptProvTraits {
+    using type = HCRYPTPROV;
+    static type invalid() noexcept { return 0; }
+    static void close(type provider) noexcept { ::CryptReleaseContext(provider, 0); }
+};
+
+struct TqCryptKeyTraits {
+    using type = HCRYPTKEY;
+    static type invalid() noexcept { return 0; }
+    static void close(type key) noexcept { ::CryptDestroyKey(key); }
+};
+
+struct TqSCardContextTraits {
+    using type = SCARDCONTEXT;
+    static type invalid() noexcept { return 0; }
+    static void close(type context) noexcept { ::SCardReleaseContext(context); }
+};
+
+// A card handle left without a word on the card's state: the card stays as it is.
+struct TqSCardHandleTraits {
+    using type = SCARDHANDLE;
+    static type invalid() noexcept { return 0; }
+    static void close(type card) noexcept { ::SCardDisconnect(card, SCARD_LEAVE_CARD); }
+};
+
 using TqUniqueRegKey = TqUniqueResource<TqRegKeyTraits>;
 using TqUniqueHandle = TqUniqueResource<TqKernelHandleTraits>;
 using TqUniqueFile = TqUniqueResource<TqFileHandleTraits>;
 using TqUniqueModule = TqUniqueResource<TqModuleTraits>;
 using TqUniqueLocalMemory = TqUniqueResource<TqLocalMemoryTraits>;
 using TqUniqueServiceHandle = TqUniqueResource<TqServiceHandleTraits>;
+using TqUniqueCryptProv = TqUniqueResource<TqCryptProvTraits>;
+using TqUniqueCryptKey = TqUniqueResource<TqCryptKeyTraits>;
+using TqUniqueSCardContext = TqUniqueResource<TqSCardContextTraits>;
+using TqUniqueSCardHandle = TqUniqueResource<TqSCardHandleTraits>;

@@ -2,6 +2,7 @@
 
 #include "card/TqATRMiddleware.h"
 #include "card/TqEnrollmentMode.h"
+#include "card/TqPKCS11ActiveApplet.h"
 #include "logging/ZelLogger.h"
 #include "middleware/TqMiddlewareSearch.h"
 #include "middleware/TqOTMiddleware.h"
@@ -95,7 +96,14 @@ int TqZelDLLPlatform::setEnrollmentMode(TqEnrollmentProvider* provider, const ch
         requireArguments(applet != nullptr, "applet Argument is invalid", result);
         logEntered(kName);
         if (provider != nullptr && provider->isPKCS11Route(logFile) == 1) {
-            throwNotAvailable(result);
+            const CK_RV switched = TqPKCS11SetActiveApplet(applet, logFile);
+            result = static_cast<int>(switched);
+            if (TqWorkerFailed(TqFailureTest::kNonZero, result)) {
+                throw std::runtime_error("TqPKCS11SetActiveApplet failed. Error Code(" +
+                                         TqGetPKCS11ReturnValueText(switched) + ") - " +
+                                         TqGetCommonResultText(result));
+            }
+            return;
         }
         result = TqSwitchEnrollmentMode(applet, logFile);
         if (TqWorkerFailed(TqFailureTest::kNonZero, result)) {

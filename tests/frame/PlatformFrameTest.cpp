@@ -159,14 +159,18 @@ TEST_F(PlatformFrame, NullAppletIsRefused) {
         log.bodies());
 }
 
-TEST_F(PlatformFrame, PKCS11RouteOfTheSwitchIsNotInThisBuild) {
+TEST_F(PlatformFrame, PKCS11RouteOfTheSwitchLeavesTheRegistryAlone) {
+    // No PKCS#11 module is loaded here: the route fails with the module's "not initialized".
     TestProvider provider(1, TestProvider::Read::kText);
-    EXPECT_EQ(14, platform.setEnrollmentMode(&provider, "AGILE", log.path()));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(400, platform.setEnrollmentMode(&provider, "AGILE", log.path()));
+    testing::internal::GetCapturedStderr();
     EXPECT_FALSE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqEnrollmentKey));
-    EXPECT_EQ((std::vector<std::string>{"[INFO] TqZelDLLPlatform::setEnrollmentMode : Entered",
-                                        "[ERROR] TqZelDLLPlatform::setEnrollmentMode : " +
-                                            kNotAvailable}),
-              log.bodies());
+    const auto bodies = log.bodies();
+    ASSERT_FALSE(bodies.empty());
+    EXPECT_EQ("[ERROR] TqZelDLLPlatform::setEnrollmentMode : TqPKCS11SetActiveApplet failed. "
+              "Error Code((0x00000190) CKR_CRYPTOKI_NOT_INITIALIZED) - (0x00000190) Unknown error.",
+              bodies.back());
 }
 
 TEST_F(PlatformFrame, ClassOnlyOperationsWithoutWorkersAnswer14) {

@@ -1,0 +1,213 @@
+#include "KitCardState.h"
+
+#include "hostutil/TqUniqueResource.h"
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+namespace zelkit {
+
+namespace {
+
+std::string toHex(const std::vector<unsigned char>& bytes) {
+    std::string text;
+    char pair[3];
+    for (unsigned char byte : bytes) {
+        std::snprintf(pair, sizeof pair, "%02X", byte);
+        text += pair;
+    }
+    return text;
+}
+
+std::vector<unsigned char> fromHex(const std::string& text) {
+    std::vector<unsigned char> bytes;
+    for (size_t at = 0; at + 1 < text.size(); at += 2) {
+        bytes.push_back(static_cast<unsigned char>(std::stoul(text.substr(at, 2), nullptr, 16)));
+    }
+    return bytes;
+}
+
+const char* keyName(KeyKind key) {
+    switch (key) {
+    case KeyKind::kSignature:
+        return "signature";
+    case KeyKind::kExchange:
+        return "exchange";
+    default:
+        return "none";
+    }
+}
+
+const char* shownName(Shown shown) {
+    switch (shown) {
+    case Shown::kBeforeRefresh:
+        return "before-refresh";
+    case Shown::kAfterRefresh:
+        return "after-refresh";
+    default:
+        return "always";
+    }
+}
+
+std::vector<std::string> splitFields(const std::string& text) {
+    std::vector<std::string> fields;
+    std::string field;
+    std::istringstream in(text);
+    while (std::getline(in, field, '|')) {
+        fields.push_back(field);
+    }
+    return fields;
+}
+
+Container parseContainer(const std::string& text) {
+    Container container;
+    const std::vector<std::string> fields = splitFields(text);
+    if (fields.size() > 0) {
+        container.applet = fields[0];
+    }
+    if (fields.size() > 1) {
+        container.name = fields[1];
+    }
+    if (fields.size() > 2) {
+        container.key = fields[2] == "signature"  ? KeyKind::kSignature
+                        : fields[2] == "exchange" ? KeyKind::kExchange
+                                                  : KeyKind::kNone;
+    }
+    if (fields.size() > 3) {
+        container.certificate = fields[3] == "certificate";
+    }
+    if (fields.size() > 4) {
+        container.shown = fields[4] == "before-refresh"  ? Shown::kBeforeRefresh
+                          : fields[4] == "after-refresh" ? Shown::kAfterRefresh
+                                                         : Shown::kAlways;
+    }
+    return container;
+}
+
+} // namespace
+
+std::vector<Container> CardState::visible(const std::string& applet) const {
+    const bool refreshed = cacheBumps >= refreshAfterBumps;
+    std::vector<Container> shown;
+    for (const Container& container : containers) {
+        const bool showsNow = container.shown == Shown::kAlways ||
+                              (container.shown == Shown::kAfterRefresh) == refreshed;
+        if (container.applet == applet && showsNow) {
+            shown.push_back(container);
+        }
+    }
+    return shown;
+}
+
+std::string CardStatePath() {
+    char folder[MAX_PATH + 1] = {};
+    const DWORD length = ::GetTempPathA(sizeof folder, folder);
+    return std::string(folder, length) + "zel-kit-card.state";
+}
+
+std::string FormatCardState(const CardState& state) {
+    std::ostringstream out;
+    out << "reader=" << state.reader << "\n"
+        << "inserted=" << (state.inserted ? 1 : 0) << "\n"
+        << "atr=" << toHex(state.atr) << "\n"
+        << "pin=" << state.pin << "\n"
+        << "cardcf=" << toHex(state.cardcf) << "\n"
+        << "refreshAfterBumps=" << state.refreshAfterBumps << "\n";
+    for (const Container& container : state.containers) {
+        out << "container=" << container.applet << "|" << container.name << "|"
+            << keyName(container.key) << "|" << (container.certificate ? "certificate" : "none")
+            << "|" << shownName(container.shown) << "\n";
+    }
+    out << "cacheBumps=" << state.cacheBumps << "\n"
+        << "pinPresentations=" << state.pinPresentations << "\n"
+        << "cardReads=" << state.cardReads << "\n";
+    for (const std::string& event : state.events) {
+        out << "event=" << event << "\n";
+    }
+    return out.str();
+}
+
+CardState ParseCardState(const std::string& text) {
+    CardState state;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty() && line.back() == '\r') {
+            line.pop_back();
+        }
+        const size_t equals = line.find('=');
+        if (equals == std::string::npos) {
+            continue;
+        }
+        const std::string name = line.substr(0, equals);
+        const std::string value = line.substr(equals + 1);
+        if (name == "reader") {
+            state.reader = value;
+        } else if (name == "inserted") {
+            state.inserted = value != "0";
+        } else if (name == "atr") {
+            state.atr = fromHex(value);
+        } else if (name == "pin") {
+            state.pin = value;
+        } else if (name == "cardcf") {
+            state.cardcf = fromHex(value);
+        } else if (name == "refreshAfterBumps") {
+            state.refreshAfterBumps = static_cast<unsigned>(std::stoul(value));
+        } else if (name == "container") {
+            state.containers.push_back(parseContainer(value));
+        } else if (name == "cacheBumps") {
+            state.cacheBumps = static_cast<unsigned>(std::stoul(value));
+        } else if (name == "pinPresentations") {
+            state.pinPresentations = static_cast<unsigned>(std::stoul(value));
+        } else if (name == "cardReads") {
+            state.cardReads = static_cast<unsigned>(std::stoul(value));
+        } else if (name == "event") {
+            state.events.push_back(value);
+        }
+    }
+    return state;
+}
+
+bool LoadCardState(CardState& state) {
+    std::ifstream in(CardStatePath(), std::ios::binary);
+    if (!in) {
+        return false;
+    }
+    std::ostringstream text;
+    text << in.rdbuf();
+    try {
+        state = ParseCardState(text.str());
+    } catch (...) {
+        return false; // a malformed number: no usable card
+    }
+    return true;
+}
+
+bool SaveCardState(const CardState& state) {
+    std::ofstream out(CardStatePath(), std::ios::binary | std::ios::trunc);
+    out << FormatCardState(state);
+    return static_cast<bool>(out);
+}
+
+void RecordEvent(const std::string& event) {
+    UpdateCardState([&](CardState& state) { state.events.push_back(event); });
+}
+
+std::string SelectedApplet() {
+    TqUniqueRegKey key;
+    DWORD data = 0;
+    if (::RegOpenKeyExA(HKEY_CURRENT_USER,
+                        "SOFTWARE\\Oberthur Technologies\\Minidriver\\PIVMinidriver", 0, KEY_READ,
+                        key.put()) == ERROR_SUCCESS) {
+        DWORD size = sizeof data;
+        DWORD type = 0;
+        if (::RegQueryValueExA(key.get(), "EnableKVREnrollment", nullptr, &type,
+                               reinterpret_cast<BYTE*>(&data), &size) != ERROR_SUCCESS ||
+            type != REG_DWORD) {
+            data = 0;
+        }
+    }
+    return data != 0 ? "compatibility" : "agile";
+}
+
+} // namespace zelkit

@@ -1,0 +1,229 @@
+// The kit's card minidriver for "Oberthur Technologies KVR Device": PIN check and the "cardcf"
+// file of the virtual card, with memory and the file cache through the caller's callbacks,
+// as the minidriver interface requires.
+#include "KitCardState.h"
+#include "card/TqCardModule.h"
+
+#include <cstring>
+#include <cwchar>
+#include <new>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr DWORD kInvalidParameter = 0x80100004;
+constexpr DWORD kInvalidHandle = 0x80100003;
+constexpr DWORD kNoMemory = 0x80100006;
+constexpr DWORD kUnknownCard = 0x8010000D;
+constexpr DWORD kUnsupported = 0x80100022;
+constexpr DWORD kFileNotFound = 0x80100024;
+constexpr DWORD kSecurityViolation = 0x8010006A;
+constexpr DWORD kWrongPin = 0x8010006B;
+
+struct Session {
+    bool userAuthenticated = false;
+};
+
+Session* sessionOf(PCARD_DATA card) {
+    return card != nullptr ? static_cast<Session*>(card->pvVendorSpecific) : nullptr;
+}
+
+bool isCacheFile(LPSTR directory, LPSTR file) {
+    const bool root = directory == nullptr || directory[0] == '\0';
+    return root && file != nullptr && std::strcmp(file, szCACHE_FILE) == 0;
+}
+
+std::string hex(const BYTE* data, DWORD size) {
+    static const char digits[] = "0123456789ABCDEF";
+    std::string text;
+    for (DWORD at = 0; at < size; ++at) {
+        text += digits[data[at] >> 4];
+        text += digits[data[at] & 0xF];
+    }
+    return text;
+}
+
+DWORD WINAPI unsupported() {
+    return kUnsupported;
+}
+
+DWORD WINAPI deleteContext(PCARD_DATA card) {
+    Session* session = sessionOf(card);
+    if (session == nullptr) {
+        return kInvalidParameter;
+    }
+    card->pfnCspFree(session);
+    card->pvVendorSpecific = nullptr;
+    zelkit::RecordEvent("CardDeleteContext");
+    return 0;
+}
+
+DWORD WINAPI authenticatePin(PCARD_DATA card, LPWSTR user, PBYTE pin, DWORD pinLength,
+                             PDWORD attemptsRemaining) {
+    Session* session = sessionOf(card);
+    if (session == nullptr || user == nullptr || pin == nullptr ||
+        std::wcscmp(user, wszCARD_USER_USER) != 0) {
+        return kInvalidParameter;
+    }
+    bool correct = false;
+    zelkit::UpdateCardState([&](zelkit::CardState& state) {
+        ++state.pinPresentations;
+        correct = state.pin == std::string(reinterpret_cast<const char*>(pin), pinLength);
+        state.events.push_back(correct ? "CardAuthenticatePin accepted"
+                                       : "CardAuthenticatePin refused");
+    });
+    if (!correct) {
+        if (attemptsRemaining != nullptr) {
+            *attemptsRemaining = 2;
+        }
+        return kWrongPin;
+    }
+    session->userAuthenticated = true;
+    return 0;
+}
+
+DWORD WINAPI deauthenticate(PCARD_DATA card, LPWSTR, DWORD) {
+    Session* session = sessionOf(card);
+    if (session == nullptr) {
+        return kInvalidParameter;
+    }
+    session->userAuthenticated = false;
+    return 0;
+}
+
+DWORD WINAPI readFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags, PBYTE* data,
+                      PDWORD size) {
+    if (sessionOf(card) == nullptr || data == nullptr || size == nullptr || flags != 0) {
+        return kInvalidParameter;
+    }
+    if (!isCacheFile(directory, file)) {
+        return kFileNotFound;
+    }
+    wchar_t tag[] = L"cardcf";
+    if (card->pfnCspCacheLookupFile != nullptr &&
+        card->pfnCspCacheLookupFile(card->pvCacheContext, tag, 0, data, size) == 0) {
+        zelkit::RecordEvent("CardReadFile cardcf from the cache");
+        return 0;
+    }
+    zelkit::CardState state;
+    if (!zelkit::LoadCardState(state)) {
+        return kInvalidHandle;
+    }
+    const DWORD length = static_cast<DWORD>(state.cardcf.size());
+    *data = static_cast<PBYTE>(card->pfnCspAlloc(length != 0 ? length : 1));
+    if (*data == nullptr) {
+        return kNoMemory;
+    }
+    std::memcpy(*data, state.cardcf.data(), length);
+    *size = length;
+    ++state.cardReads;
+    state.events.push_back("CardReadFile cardcf from the card");
+    zelkit::SaveCardState(state);
+    if (card->pfnCspCacheAddFile != nullptr) {
+        card->pfnCspCacheAddFile(card->pvCacheContext, tag, 0, *data, length);
+    }
+    return 0;
+}
+
+DWORD WINAPI writeFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags, PBYTE data,
+                       DWORD size) {
+    Session* session = sessionOf(card);
+    if (session == nullptr || data == nullptr || flags != 0) {
+        return kInvalidParameter;
+    }
+    if (!isCacheFile(directory, file)) {
+        return kFileNotFound;
+    }
+    if (!session->userAuthenticated) {
+        return kSecurityViolation;
+    }
+    zelkit::UpdateCardState([&](zelkit::CardState& state) {
+        state.cardcf.assign(data, data + size);
+        ++state.cacheBumps;
+        state.events.push_back("CardWriteFile cardcf " + hex(data, size));
+    });
+    return 0;
+}
+
+} // namespace
+
+extern "C" __declspec(dllexport) DWORD WINAPI CardAcquireContext(PCARD_DATA card, DWORD flags) {
+    if (card == nullptr || flags != 0) {
+        return kInvalidParameter;
+    }
+    if (card->dwVersion < CARD_DATA_VERSION_FOUR) {
+        return ERROR_REVISION_MISMATCH;
+    }
+    if (card->pfnCspAlloc == nullptr || card->pfnCspReAlloc == nullptr ||
+        card->pfnCspFree == nullptr || card->pbAtr == nullptr || card->cbAtr == 0 ||
+        card->hSCardCtx == 0 || card->hScard == 0) {
+        return kInvalidParameter;
+    }
+    zelkit::CardState state;
+    if (!zelkit::LoadCardState(state) ||
+        std::vector<unsigned char>(card->pbAtr, card->pbAtr + card->cbAtr) != state.atr) {
+        return kUnknownCard;
+    }
+    // The card's transaction lasts as long as this context, as the caller ends it.
+    const LONG began = ::SCardBeginTransaction(card->hScard);
+    if (began != SCARD_S_SUCCESS) {
+        return static_cast<DWORD>(began);
+    }
+    auto* session = static_cast<Session*>(card->pfnCspAlloc(sizeof(Session)));
+    if (session == nullptr) {
+        return kNoMemory;
+    }
+    new (session) Session;
+    card->pvVendorSpecific = session;
+    if (card->dwVersion > CARD_DATA_CURRENT_VERSION) {
+        card->dwVersion = CARD_DATA_CURRENT_VERSION;
+    }
+
+    card->pfnCardDeleteContext = &deleteContext;
+    card->pfnCardAuthenticatePin = &authenticatePin;
+    card->pfnCardDeauthenticate = &deauthenticate;
+    card->pfnCardReadFile = &readFile;
+    card->pfnCardWriteFile = &writeFile;
+    for (PFN_CARD_UNCALLED* entry :
+         {&card->pfnCardQueryCapabilities, &card->pfnCardDeleteContainer,
+          &card->pfnCardCreateContainer, &card->pfnCardGetContainerInfo, &card->pfnCardGetChallenge,
+          &card->pfnCardAuthenticateChallenge, &card->pfnCardUnblockPin,
+          &card->pfnCardChangeAuthenticator, &card->pfnCardCreateDirectory,
+          &card->pfnCardDeleteDirectory, &card->pfnCardCreateFile, &card->pfnCardDeleteFile,
+          &card->pfnCardEnumFiles, &card->pfnCardGetFileInfo, &card->pfnCardQueryFreeSpace,
+          &card->pfnCardQueryKeySizes, &card->pfnCardSignData, &card->pfnCardRSADecrypt,
+          &card->pfnCardConstructDHAgreement}) {
+        *entry = &unsupported;
+    }
+    if (card->dwVersion >= CARD_DATA_VERSION_FIVE) {
+        card->pfnCardDeriveKey = &unsupported;
+        card->pfnCardDestroyDHAgreement = &unsupported;
+    }
+    if (card->dwVersion >= CARD_DATA_VERSION_SIX) {
+        for (PFN_CARD_UNCALLED* entry :
+             {&card->pfnCardGetChallengeEx, &card->pfnCardAuthenticateEx,
+              &card->pfnCardChangeAuthenticatorEx, &card->pfnCardDeauthenticateEx,
+              &card->pfnCardGetContainerProperty, &card->pfnCardSetContainerProperty,
+              &card->pfnCardGetProperty, &card->pfnCardSetProperty}) {
+            *entry = &unsupported;
+        }
+    }
+    if (card->dwVersion >= CARD_DATA_VERSION_SEVEN) {
+        for (PFN_CARD_UNCALLED* entry :
+             {&card->pfnMDImportSessionKey, &card->pfnMDEncryptData, &card->pfnCardImportSessionKey,
+              &card->pfnCardGetSharedKeyHandle, &card->pfnCardGetAlgorithmProperty,
+              &card->pfnCardGetKeyProperty, &card->pfnCardSetKeyProperty, &card->pfnCardDestroyKey,
+              &card->pfnCardProcessEncryptedData, &card->pfnCardCreateContainerEx}) {
+            *entry = &unsupported;
+        }
+    }
+    char name[128] = {};
+    if (card->pwszCardName != nullptr) {
+        ::WideCharToMultiByte(CP_ACP, 0, card->pwszCardName, -1, name, sizeof name - 1, nullptr,
+                              nullptr);
+    }
+    zelkit::RecordEvent("CardAcquireContext version " + std::to_string(card->dwVersion) + " " +
+                        name);
+    return 0;
+}

@@ -1,0 +1,98 @@
+#include "support/VirtualCard.h"
+
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+namespace zeltest {
+
+namespace {
+
+constexpr const char* kEnrollmentKey = "SOFTWARE\\Oberthur Technologies\\Minidriver\\PIVMinidriver";
+
+std::string systemFolder() {
+    char folder[MAX_PATH + 1] = {};
+    const UINT length = ::GetSystemDirectoryA(folder, sizeof folder);
+    return std::string(folder, length) + "\\";
+}
+
+} // namespace
+
+std::string CalaisCardKey(const std::string& cardName) {
+    return "SOFTWARE\\Microsoft\\Cryptography\\Calais\\SmartCards\\" + cardName;
+}
+
+std::string CspProviderKey(const std::string& providerName) {
+    return "SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider\\" + providerName;
+}
+
+zelkit::CardState OberthurCardState() {
+    zelkit::CardState state;
+    state.reader = kKitReader;
+    state.atr = {0x3B, 0xDB, 0x96, 0x00, 0x80, 0xB1, 0xFE, 0x45, 0x1F, 0x83, 0x00,
+                 0x31, 0xC0, 0x64, 0xC7, 0xFC, 0x10, 0x00, 0x01, 0x90, 0x00, 0xFA};
+    state.pin = "1234";
+    state.cardcf = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08};
+    return state;
+}
+
+void WriteCardState(const zelkit::CardState& state) {
+    ASSERT_TRUE(zelkit::SaveCardState(state)) << zelkit::CardStatePath();
+}
+
+zelkit::CardState ReadCardState() {
+    zelkit::CardState state;
+    EXPECT_TRUE(zelkit::LoadCardState(state)) << zelkit::CardStatePath();
+    return state;
+}
+
+void RemoveCardState() {
+    ::DeleteFileA(zelkit::CardStatePath().c_str());
+}
+
+void RegisterKitMinidriver(const zelkit::CardState& state) {
+    const std::string target = systemFolder() + kKitMinidriverFile;
+    // A copy left by an earlier test of this run may still be mapped: it is the same file.
+    if (!::CopyFileA(BuiltFile("kit_minidriver.dll").c_str(), target.c_str(), FALSE)) {
+        ASSERT_NE(INVALID_FILE_ATTRIBUTES, ::GetFileAttributesA(target.c_str()))
+            << "cannot copy the kit minidriver to " << target << ": " << ::GetLastError();
+    }
+    const std::string key = CalaisCardKey(kKitCardName);
+    WriteValue(HKEY_LOCAL_MACHINE, key, "ATR", REG_BINARY, state.atr);
+    WriteValue(HKEY_LOCAL_MACHINE, key, "ATRMask", REG_BINARY,
+               std::vector<BYTE>(state.atr.size(), 0xFF));
+    WriteString(HKEY_LOCAL_MACHINE, key, "80000001", kKitMinidriverFile);
+    WriteString(HKEY_LOCAL_MACHINE, key, "Crypto Provider", kBaseCspName);
+    WriteString(HKEY_LOCAL_MACHINE, key, "Smart Card Key Storage Provider",
+                "Microsoft Smart Card Key Storage Provider");
+}
+
+void UnregisterKitMinidriver() {
+    DeleteKeyTree(HKEY_LOCAL_MACHINE, CalaisCardKey(kKitCardName));
+}
+
+void RegisterKitCsp() {
+    WriteString(HKEY_LOCAL_MACHINE, CspProviderKey(kBaseCspName), "Image Path",
+                BuiltFile("kit_csp.dll"));
+    WriteDword(HKEY_LOCAL_MACHINE, CspProviderKey(kBaseCspName), "Type", 1);
+}
+
+void UnregisterKitCsp() {
+    DeleteKeyTree(HKEY_LOCAL_MACHINE, CspProviderKey(kBaseCspName));
+}
+
+VirtualCard::VirtualCard(const zelkit::CardState& state) {
+    DeleteKeyTree(HKEY_CURRENT_USER, kEnrollmentKey);
+    WriteCardState(state);
+    RegisterKitMinidriver(state);
+    RegisterKitCsp();
+}
+
+VirtualCard::~VirtualCard() {
+    UnregisterKitCsp();
+    UnregisterKitMinidriver();
+    RemoveCardState();
+    DeleteKeyTree(HKEY_CURRENT_USER, kEnrollmentKey);
+}
+
+} // namespace zeltest
