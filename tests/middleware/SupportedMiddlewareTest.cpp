@@ -190,15 +190,19 @@ TEST_F(SupportedMiddleware, FailedDriverSearchesLeaveOutRowsFourAndSix) {
               answer.text);
 }
 
-TEST_F(SupportedMiddleware, NothingJoinedGivesCode4AndAnExceptionRecord) {
+TEST_F(SupportedMiddleware, RowsThreeAndFiveAreJoinedEvenWhenEverySearchFails) {
+    // So the document is never empty this way, and the "nothing joined" code 4 does not occur.
     zeltest::DeniedKey uninstall(HKEY_LOCAL_MACHINE, zeltest::kUninstallKey, KEY_WOW64_64KEY);
     zeltest::DeleteKeyTree(HKEY_LOCAL_MACHINE, zeltest::kDriverUpdatesKey, KEY_WOW64_64KEY);
     ::testing::internal::CaptureStderr();
     const Answer answer = detect();
     ::testing::internal::GetCapturedStderr();
-    // Rows 3 and 5 are joined even when they fail, so the document is never empty this way.
     EXPECT_EQ(0, answer.result);
-    EXPECT_EQ(0u, answer.text.find("{\n\t\"Idemia09Middleware\": {"));
+    const std::string reason =
+        "Failed to search through registry. Error: (0x00000010) Access Denied.";
+    EXPECT_EQ(document({failed("Idemia09Middleware", reason),
+                        failed("IdemiaCombinedMiddleware", reason)}),
+              answer.text);
 }
 
 TEST_F(SupportedMiddleware, NullLengthGivesCode1AndNoText) {
