@@ -1,6 +1,7 @@
 // zelplat: asks ZelPlatformMethods64.dll the workstation questions, the way the client does.
 #include <windows.h>
 
+#include "MiddlewareTable.h"
 #include "ZelPlatformMethods64.h"
 #include "hostutil/TqUniqueResource.h"
 #include "platform/TqResultCodes.h"
@@ -24,6 +25,10 @@ const char kUsage[] =
     "  enrollment get                       applet the PIV minidriver presents\n"
     "  enrollment set AGILE|COMPATIBILITY   switch the PIV minidriver's applet\n"
     "  file-version PATH                    major file version of a module\n"
+    "  middleware [--table]                 supported smart-card middleware (JSON, or a table)\n"
+    "  oberthur                             the OT middleware record (exit 1: detected)\n"
+    "  atr get                              minidriver the JCOP 41 card entries name\n"
+    "  atr set GEMSAFE|PIVMINIDRIVER        point the JCOP 41 card entries at a minidriver\n"
     "\n"
     "options:\n"
     "  --log FILE   append the library's log lines to FILE\n"
@@ -39,12 +44,24 @@ struct Command {
     std::size_t argumentCount;
     int (*run)(const ZelPlatformExportedInterface& dll, const Arguments& arguments,
                const char* logFile);
+    // Results from 0 up to this one are answers, not failures: nothing to explain.
+    int highestAnswer = 0;
 };
 
 // Prints a text answer that the library handed out and gives it back to the library.
 int printAnswer(const ZelPlatformExportedInterface& dll, int result, char* text) {
     if (text != nullptr) {
         std::printf("%s\n", text);
+        dll.FreeStringData(&text);
+    }
+    return result;
+}
+
+// The same for a JSON document, which ends in its own line end or none.
+int printDocument(const ZelPlatformExportedInterface& dll, int result, char* text) {
+    if (text != nullptr) {
+        const std::size_t length = std::strlen(text);
+        std::printf(length > 0 && text[length - 1] == '\n' ? "%s" : "%s\n", text);
         dll.FreeStringData(&text);
     }
     return result;
@@ -71,6 +88,48 @@ const Command kCommands[] = {
          int length = 0;
          const int result = dll.GetFileVersion(arguments[0].c_str(), &version, &length, logFile);
          return printAnswer(dll, result, version);
+     }},
+    {{"middleware"},
+     0,
+     [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
+         char* document = nullptr;
+         int length = 0;
+         const int result = dll.SupportedMiddlewareDetection(&document, &length, logFile);
+         return printDocument(dll, result, document);
+     }},
+    {{"middleware", "--table"},
+     0,
+     [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
+         char* document = nullptr;
+         int length = 0;
+         const int result = dll.SupportedMiddlewareDetection(&document, &length, logFile);
+         if (document != nullptr) {
+             std::fputs(TqFormatMiddlewareTable(document).c_str(), stdout);
+             dll.FreeStringData(&document);
+         }
+         return result;
+     }},
+    {{"oberthur"},
+     0,
+     [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
+         char* record = nullptr;
+         int length = 0;
+         const int result = dll.OberthurMiddlewareDetection(&record, &length, logFile);
+         return printDocument(dll, result, record);
+     },
+     1},
+    {{"atr", "get"},
+     0,
+     [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
+         char* middleware = nullptr;
+         int length = 0;
+         const int result = dll.GetATRMiddlewareDetection(&middleware, &length, logFile);
+         return printAnswer(dll, result, middleware);
+     }},
+    {{"atr", "set"},
+     1,
+     [](const ZelPlatformExportedInterface& dll, const Arguments& arguments, const char* logFile) {
+         return dll.SetATRMiddlewareDetection(arguments[0].c_str(), logFile);
      }},
 };
 
@@ -139,7 +198,7 @@ int main(int argc, char** argv) {
                               words.end());
     const int result = command->run(table, arguments, haveLogFile ? logFile.c_str() : nullptr);
     std::fflush(stdout);
-    if (result != 0) {
+    if (result < 0 || result > command->highestAnswer) {
         std::fprintf(stderr, "zelplat: %s\n", TqGetCommonResultText(result).c_str());
     }
     return result;
