@@ -1,9 +1,11 @@
-// How long one registry search for a display name takes, as the middleware search runs it,
-// against one plain walk that reads every value of the same tree once.
+// How long one registry search for a display name takes, as the middleware search runs it, and
+// how long the client's SupportedMiddlewareDetection takes through the loaded DLL, against one
+// plain walk that reads every value of the same tree once.
 //
-// For each product count it builds an Uninstall-shaped tree under a scratch key of the
-// machine hive, times both several times in this process and prints the medians and their
-// ratio. The scratch key is removed before and after.
+// For each product count it fills the Uninstall key of the machine hive with generated products
+// (run it in a Wine prefix of its own: the key is emptied before and after), times each several
+// times in this process and prints the medians and their ratios to the walk.
+#include "ZelPlatformMethods64.h"
 #include "hostutil/TqRegistrySearch.h"
 #include "hostutil/TqUniqueResource.h"
 
@@ -15,8 +17,10 @@
 
 namespace {
 
-constexpr const char* kBenchRoot = "SOFTWARE\\ZelRegistryBench";
-constexpr const char* kBenchUninstall = "SOFTWARE\\ZelRegistryBench\\Uninstall";
+constexpr const char* kBenchRoot = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
+constexpr const char* kBenchUninstall = kBenchRoot;
+constexpr const char* kDriverUpdates =
+    "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\DriverSearching\\DriverUpdates";
 constexpr int kRuns = 7;
 constexpr int kValuesPerProduct = 12;
 
@@ -101,6 +105,38 @@ void writeProducts(int count) {
         setDword(product.get(), "Language", 1033);
         setDword(product.get(), "NoModify", 1);
     }
+}
+
+// The library as the client loads it, from beside this program.
+class PlatformLibrary {
+public:
+    PlatformLibrary() {
+        char path[MAX_PATH * 4];
+        std::string folder(path, ::GetModuleFileNameA(nullptr, path, sizeof path));
+        folder.erase(folder.find_last_of("\\/") + 1);
+        module_.reset(::LoadLibraryA((folder + "ZelPlatformMethods64.dll").c_str()));
+        const auto getInterface =
+            reinterpret_cast<ZelPlatformGetExportedInterfaceFn>(reinterpret_cast<void*>(
+                ::GetProcAddress(module_.get(), "ZelPlatformGetExportedInterface")));
+        if (getInterface == nullptr || getInterface(&api_) != 0) {
+            fail("loading ZelPlatformMethods64.dll", static_cast<long>(::GetLastError()));
+        }
+    }
+    const ZelPlatformExportedInterface& api() const { return api_; }
+
+private:
+    TqUniqueModule module_;
+    ZelPlatformExportedInterface api_{};
+};
+
+void detectOnce(const PlatformLibrary& library) {
+    char* document = nullptr;
+    int length = 0;
+    const int result = library.api().SupportedMiddlewareDetection(&document, &length, nullptr);
+    if (result != 0 || document == nullptr) {
+        fail("SupportedMiddlewareDetection", result);
+    }
+    library.api().FreeStringData(&document);
 }
 
 double nowMs() {
@@ -203,7 +239,7 @@ WalkCount walkOnce() {
     return count;
 }
 
-void benchmark(int products) {
+void benchmark(const PlatformLibrary& library, int products) {
     deleteBenchTree();
     const double writeStart = nowMs();
     writeProducts(products);
@@ -211,6 +247,7 @@ void benchmark(int products) {
 
     const std::string sought = productName(products / 2);
     std::vector<double> searchMs;
+    std::vector<double> detectMs;
     std::vector<double> walkMs;
     WalkCount walked;
     for (int run = 0; run < kRuns; ++run) {
@@ -220,6 +257,9 @@ void benchmark(int products) {
         if (hits != 1) {
             fail("one hit expected, hits", static_cast<long>(hits));
         }
+        const double detectStart = nowMs();
+        detectOnce(library);
+        detectMs.push_back(nowMs() - detectStart);
         const double walkStart = nowMs();
         walked = walkOnce();
         walkMs.push_back(nowMs() - walkStart);
@@ -228,9 +268,10 @@ void benchmark(int products) {
         fail("walk counted values", static_cast<long>(walked.values));
     }
     const double search = median(searchMs);
+    const double detect = median(detectMs);
     const double walk = median(walkMs);
-    std::printf("%6d %8zu %10.1f %12.2f %10.2f %8.2f\n", products, walked.values, writeMs, search,
-                walk, search / walk);
+    std::printf("%6d %8zu %10.1f %10.2f %10.2f %10.2f %8.2f %8.2f\n", products, walked.values,
+                writeMs, walk, search, detect, search / walk, detect / walk);
     std::fflush(stdout);
     deleteBenchTree();
 }
@@ -245,13 +286,21 @@ int main(int argc, char** argv) {
             counts.push_back(std::atoi(argv[i]));
         }
     }
-    std::printf("Registry search (flags 7, \"DisplayName\", one product's display name) against "
-                "one plain walk\nreading every value once; medians of %d runs, times in ms.\n\n",
+    std::printf("walk: one plain walk reading every value once; search: one registry search "
+                "(flags 7,\n\"DisplayName\", one product's display name); detect: "
+                "SupportedMiddlewareDetection through\nthe loaded DLL. Medians of %d runs, times "
+                "in ms; ratios to the walk.\n\n",
                 kRuns);
-    std::printf("%6s %8s %10s %12s %10s %8s\n", "N", "values", "write", "search", "walk", "ratio");
+    std::printf("%6s %8s %10s %10s %10s %10s %8s %8s\n", "N", "values", "write", "walk", "search",
+                "detect", "search/w", "detect/w");
+    // The driver-update rows of the document need their key, as on every Windows machine.
+    TqUniqueRegKey driverUpdates;
+    ::RegCreateKeyExA(HKEY_LOCAL_MACHINE, kDriverUpdates, 0, nullptr, 0,
+                      KEY_ALL_ACCESS | KEY_WOW64_64KEY, nullptr, driverUpdates.put(), nullptr);
+    const PlatformLibrary library;
     for (const int products : counts) {
         if (products > 0) {
-            benchmark(products);
+            benchmark(library, products);
         }
     }
     return 0;
