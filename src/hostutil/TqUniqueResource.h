@@ -76,8 +76,15 @@ struct TqLocalMemoryTraits {
     static void close(type memory) noexcept { ::LocalFree(memory); }
 };
 
+struct TqServiceHandleTraits {
+    using type = SC_HANDLE;
+    static type invalid() noexcept { return nullptr; }
+    static void close(type service) noexcept { ::CloseServiceHandle(service); }
+};
+
 using TqUniqueRegKey = TqUniqueResource<TqRegKeyTraits>;
 using TqUniqueHandle = TqUniqueResource<TqKernelHandleTraits>;
 using TqUniqueFile = TqUniqueResource<TqFileHandleTraits>;
 using TqUniqueModule = TqUniqueResource<TqModuleTraits>;
 using TqUniqueLocalMemory = TqUniqueResource<TqLocalMemoryTraits>;
+using TqUniqueServiceHandle = TqUniqueResource<TqServiceHandleTraits>;

@@ -6,6 +6,7 @@
 
 #include <exception>
 #include <string>
+#include <utility>
 
 // Tag of the workers' log lines.
 inline constexpr const char* kTqWorkerTag = "TqZelPlatformMethods";
@@ -22,21 +23,37 @@ inline const char* TqCurrentExceptionText() noexcept {
     }
 }
 
-// Runs body(result). An exception becomes an ERROR line under the worker's name
-// ("Exception occurred: <text>" or "Unexpected Error occurred") and, when the worker had not
-// set a code yet, the code 23. Never lets an exception out.
-template <typename Body> int TqRunWorker(const char* function, Body&& body) noexcept {
+// How a worker reports an exception it caught: the ERROR line's text before the exception's
+// own, the text for an exception of no standard type, and the code when none was set yet.
+struct TqFailureStyle {
+    const char* prefix;
+    const char* unknownText;
+    int fallbackCode;
+};
+
+// "Exception occurred: <text>" / "Unexpected Error occurred", code 23.
+inline constexpr TqFailureStyle kTqCommonFailureStyle{
+    "Exception occurred: ", "Unexpected Error occurred", tq::kExceptionOccurred};
+
+// Runs body(result). An exception becomes an ERROR line under the worker's name and, when the
+// worker had not set a code yet, the style's code. Never lets an exception out.
+template <typename Body>
+int TqRunWorker(const char* function, const TqFailureStyle& style, Body&& body) noexcept {
     int result = tq::kSuccess;
     try {
         body(result);
     } catch (...) {
         const char* text = TqCurrentExceptionText();
         TqLogger().Log(kLogError, kTqWorkerTag, function,
-                       text != nullptr ? std::string("Exception occurred: ") + text
-                                       : std::string("Unexpected Error occurred"));
+                       text != nullptr ? std::string(style.prefix) + text
+                                       : std::string(style.unknownText));
         if (result == tq::kSuccess) {
-            result = tq::kExceptionOccurred;
+            result = style.fallbackCode;
         }
     }
     return result;
+}
+
+template <typename Body> int TqRunWorker(const char* function, Body&& body) noexcept {
+    return TqRunWorker(function, kTqCommonFailureStyle, std::forward<Body>(body));
 }

@@ -1,7 +1,9 @@
 #include "TqZelDLLPlatform.h"
 
+#include "card/TqATRMiddleware.h"
 #include "card/TqEnrollmentMode.h"
 #include "logging/ZelLogger.h"
+#include "middleware/TqOTMiddleware.h"
 #include "platform/TqResultCodes.h"
 #include "platform/TqWorkerFailure.h"
 
@@ -105,7 +107,10 @@ int TqZelDLLPlatform::setATRMiddlewareDetection(const char* atr, const char* log
     return inFrame(kName, logFile, nullptr, [&](int& result) {
         requireArguments(atr != nullptr, "ATR Argument is invalid", result);
         logEntered(kName);
-        throwNotAvailable(result);
+        result = TqSetATRMiddlewareDetection(atr, logFile);
+        if (TqWorkerFailed(TqFailureTest::kNonZero, result)) {
+            throwWorkerFailure("TqSetATRMiddlewareDetection failed. Error Code: ", result);
+        }
     });
 }
 
@@ -119,11 +124,16 @@ int TqZelDLLPlatform::getATRMiddlewareDetection(char** jsonOut, int* jsonLengthO
     });
 }
 
-int TqZelDLLPlatform::OberthurMiddlewareDetection(int, const char* logFile) noexcept {
+int TqZelDLLPlatform::OberthurMiddlewareDetection(int selection, const char* logFile) noexcept {
     constexpr const char* kName = "TqZelDLLPlatform::OberthurMiddlewareDetection";
     return inFrame(kName, logFile, nullptr, [&](int& result) {
         logEntered(kName);
-        throwNotAvailable(result);
+        // A release found is a positive id: an answer, not a failure.
+        result = TqOTMiddlewareDetection(static_cast<std::uint32_t>(selection), logFile);
+        if (TqWorkerFailed(TqFailureTest::kNegative, result)) {
+            throwWorkerFailure("Failed to detect the required Oberthur Middleware. Error Code: ",
+                               result);
+        }
     });
 }
 

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include "support/TestSupport.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -10,19 +12,12 @@ using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
 
 // The system's own text of a code, as FormatMessage gives it on this host.
-std::string systemText(DWORD code) {
-    char buffer[1024];
-    const DWORD length =
-        ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
-                         MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), buffer, sizeof buffer, nullptr);
-    return std::string(buffer, length);
-}
 
 TEST(LastErrorText, CarriesTheCodeAndTheSystemText) {
-    ASSERT_FALSE(systemText(ERROR_ACCESS_DENIED).empty());
-    EXPECT_EQ("(0x00000005) - " + systemText(ERROR_ACCESS_DENIED),
+    ASSERT_FALSE(zeltest::SystemText(ERROR_ACCESS_DENIED).empty());
+    EXPECT_EQ("(0x00000005) - " + zeltest::SystemText(ERROR_ACCESS_DENIED),
               TqGetLastErrorAsString(ERROR_ACCESS_DENIED));
-    EXPECT_EQ("(0x00000002) - " + systemText(ERROR_FILE_NOT_FOUND),
+    EXPECT_EQ("(0x00000002) - " + zeltest::SystemText(ERROR_FILE_NOT_FOUND),
               TqGetLastErrorAsString(ERROR_FILE_NOT_FOUND));
 }
 
@@ -45,7 +40,7 @@ TEST(SmartCardErrorText, KnownCodeReadsMessageAndCode) {
 
 TEST(SmartCardErrorText, UnknownCodeFallsBackToTheWindowsText) {
     EXPECT_EQ("Unknown SCard Error. Windows Error: (0x00000005) - " +
-                  systemText(ERROR_ACCESS_DENIED),
+                  zeltest::SystemText(ERROR_ACCESS_DENIED),
               TqGetSmartCardErrorText(ERROR_ACCESS_DENIED));
 }
 

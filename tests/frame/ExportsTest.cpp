@@ -115,7 +115,6 @@ TEST_F(Exports, EveryExportRefusesNullArgumentsWithItsOwnText) {
 TEST_F(Exports, OperationsWhoseWorkersAreNotInThisBuildAnswer14) {
     char* text = kGarbage;
     int length = -1;
-    EXPECT_EQ(14, api.SetATRMiddlewareDetection("GEMSAFE", log.path()));
     EXPECT_EQ(14, api.GetATRMiddlewareDetection(&text, &length, log.path()));
     EXPECT_EQ(nullptr, text);
     text = kGarbage;
@@ -131,10 +130,9 @@ TEST_F(Exports, OperationsWhoseWorkersAreNotInThisBuildAnswer14) {
     EXPECT_EQ(14, api.SetIdentityAgentSpringCheck(0, log.path()));
     EXPECT_EQ(-1, length);
     std::vector<std::string> expected;
-    for (const char* operation :
-         {"setATRMiddlewareDetection", "getATRMiddlewareDetection",
-          "OberthurMiddlewareDetectionJSON", "SupportedMiddlewareDetectionJSON",
-          "detectIdentityAgent", "setIdentityAgentSpringCheck", "setIdentityAgentSpringCheck"}) {
+    for (const char* operation : {"getATRMiddlewareDetection", "OberthurMiddlewareDetectionJSON",
+                                  "SupportedMiddlewareDetectionJSON", "detectIdentityAgent",
+                                  "setIdentityAgentSpringCheck", "setIdentityAgentSpringCheck"}) {
         expected.push_back(std::string("[INFO] TqZelDLLPlatform::") + operation + " : Entered");
         expected.push_back(std::string("[ERROR] TqZelDLLPlatform::") + operation + " : " +
                            kNotAvailable);

@@ -27,14 +27,6 @@ VersionAnswer queryVersion(const std::string& path, const char* logFile) {
     return answer;
 }
 
-std::string systemText(DWORD code) {
-    char buffer[1024];
-    const DWORD length =
-        ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
-                         MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), buffer, sizeof buffer, nullptr);
-    return std::string(buffer, length);
-}
-
 TEST(FileVersion, ModuleWithVersion10_0_19041_1YieldsItsMajorNumber) {
     ScratchLogFile log;
     VersionAnswer answer = queryVersion(BuiltFile("version_10_0_19041_1.dll"), log.path());
@@ -69,7 +61,7 @@ TEST(FileVersion, ModuleWithoutVersionResourceFailsAtTheSizeQuery) {
                   "[INFO] ZelPlatformMethods::ZelDLLCommonCPPGetFileVersion : Entered",
                   "[ERROR] ZelPlatformMethods::ZelDLLCommonCPPGetFileVersion : "
                   "GetFileVersionInfoSize: (0x00000714) - " +
-                      systemText(ERROR_RESOURCE_DATA_NOT_FOUND)}),
+                      zeltest::SystemText(ERROR_RESOURCE_DATA_NOT_FOUND)}),
               log.bodies());
 }
 
@@ -82,7 +74,7 @@ TEST(FileVersion, MissingFileIsNotFound) {
     ASSERT_EQ(2u, bodies.size());
     EXPECT_EQ("[ERROR] ZelPlatformMethods::ZelDLLCommonCPPGetFileVersion : "
               "GetFileVersionInfoSize: (0x00000002) - " +
-                  systemText(ERROR_FILE_NOT_FOUND),
+                  zeltest::SystemText(ERROR_FILE_NOT_FOUND),
               bodies[1]);
 }
 
@@ -94,7 +86,7 @@ TEST(FileVersion, MissingFolderIsNotFoundToo) {
     ASSERT_EQ(2u, bodies.size());
     EXPECT_EQ("[ERROR] ZelPlatformMethods::ZelDLLCommonCPPGetFileVersion : "
               "GetFileVersionInfoSize: (0x00000003) - " +
-                  systemText(ERROR_PATH_NOT_FOUND),
+                  zeltest::SystemText(ERROR_PATH_NOT_FOUND),
               bodies[1]);
 }
 

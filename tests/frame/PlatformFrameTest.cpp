@@ -170,12 +170,9 @@ TEST_F(PlatformFrame, PKCS11RouteOfTheSwitchIsNotInThisBuild) {
 }
 
 TEST_F(PlatformFrame, ClassOnlyOperationsWithoutWorkersAnswer14) {
-    EXPECT_EQ(14, platform.OberthurMiddlewareDetection(3, log.path()));
     EXPECT_EQ(14, platform.OberthurSeries8CardCheckAndCacheClear("Reader 0", "1234", log.path()));
     EXPECT_EQ(
         (std::vector<std::string>{
-            "[INFO] TqZelDLLPlatform::OberthurMiddlewareDetection : Entered",
-            "[ERROR] TqZelDLLPlatform::OberthurMiddlewareDetection : " + kNotAvailable,
             "[INFO] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : Entered",
             "[ERROR] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : " + kNotAvailable}),
         log.bodies());

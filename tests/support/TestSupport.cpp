@@ -23,6 +23,14 @@ std::string BuiltFile(const char* name) {
     return ProgramFolder() + name;
 }
 
+std::string SystemText(DWORD code) {
+    char buffer[1024];
+    const DWORD length =
+        ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
+                         MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), buffer, sizeof buffer, nullptr);
+    return std::string(buffer, length);
+}
+
 namespace {
 
 std::string tempFolder() {

@@ -17,6 +17,10 @@ namespace zeltest {
 std::string ProgramFolder();
 std::string BuiltFile(const char* name);
 
+// The system's own text of a Windows error code, as FormatMessage gives it on this host (with
+// its trailing "\r\n").
+std::string SystemText(DWORD code);
+
 // A log file path of its own in the temp folder; the file is removed at destruction.
 class ScratchLogFile {
 public:

@@ -1,0 +1,348 @@
+#include "TqProcessUtils.h"
+
+#include "hostutil/TqUniqueResource.h"
+#include "platform/TqErrorText.h"
+#include "platform/TqResultCodes.h"
+
+#include <psapi.h>
+#include <sddl.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+constexpr const char* kSIDInfoName = "TqGetProcessSIDInfo";
+constexpr const char* kImageFileName = "TqGetProcessImageFileName";
+constexpr const char* kIsExecutingName = "TqIsProcessExecuting";
+constexpr const char* kDateInfoName = "TqGetProcessDateInfo";
+constexpr const char* kServiceStatusName = "TqGetServiceStatus";
+
+constexpr const char* kInvalidArguments = "Invalid argument(s) supplied.";
+
+constexpr DWORD kMaxProcessIds = 2048;
+constexpr DWORD kImagePathCharacters = MAX_PATH;
+
+// The one mapping of Windows codes onto common codes that every host utility shares.
+int commonCodeOfWindowsError(DWORD code) {
+    switch (code) {
+    case ERROR_FILE_NOT_FOUND:
+        return -tq::kResourceDoesNotExist;
+    case ERROR_ACCESS_DENIED:
+        return -tq::kAccessDenied;
+    default:
+        return -tq::kInternalError;
+    }
+}
+
+// A failed system call: its message, the Windows code and the result code the caller gets.
+class SystemCallError : public std::runtime_error {
+public:
+    SystemCallError(const std::string& message, DWORD code)
+        : SystemCallError(message, code, commonCodeOfWindowsError(code)) {}
+    SystemCallError(const std::string& message, DWORD code, int result)
+        : std::runtime_error(message), code_(code), result_(result) {}
+
+    DWORD code() const noexcept { return code_; }
+    int result() const noexcept { return result_; }
+
+private:
+    DWORD code_;
+    int result_;
+};
+
+std::string errorCodeSuffix(DWORD code) {
+    return " Error Code (0x" + TqFormatHex8(code) + ")";
+}
+
+// Runs body(result) and turns whatever it throws into one standard-error line and a negative
+// code, so that no exception leaves a utility.
+template <typename Body> int runUtility(const char* function, Body&& body) noexcept {
+    int result = 0;
+    try {
+        try {
+            body(result);
+        } catch (const SystemCallError& error) {
+            std::cerr << function << " : " << error.what() << errorCodeSuffix(error.code())
+                      << std::endl;
+            result = error.result();
+        } catch (const std::exception& error) {
+            std::cerr << function << " : " << error.what() << std::endl;
+            if (result == 0) {
+                result = -tq::kExceptionOccurred;
+            }
+        } catch (...) {
+            std::cerr << function << " : Unknown exception occurred." << std::endl;
+            result = -tq::kExceptionOccurred;
+        }
+    } catch (...) {
+        // Writing the diagnostic itself failed: the code still reaches the caller.
+        result = -tq::kExceptionOccurred;
+    }
+    return result;
+}
+
+// Copies text into a fixed field, cut to leave room for the terminator; returns the length kept.
+template <std::size_t N> std::uint32_t copyField(char (&field)[N], const std::string& text) {
+    const std::size_t length = std::min(text.size(), N - 1);
+    std::memcpy(field, text.data(), length);
+    field[length] = '\0';
+    return static_cast<std::uint32_t>(length);
+}
+
+std::string lowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+// "failed(1)" is the size query, "failed(2)" the call that fills the buffer.
+std::string lookupFailure(const char* call, int step, DWORD code) {
+    return std::string(call) + " failed(" + std::to_string(step) + ") - " +
+           TqGetLastErrorAsString(code) + ".";
+}
+
+std::vector<BYTE> readTokenUser(HANDLE token) {
+    DWORD size = 0;
+    if (!::GetTokenInformation(token, TokenUser, nullptr, 0, &size)) {
+        const DWORD code = ::GetLastError();
+        if (code != ERROR_INSUFFICIENT_BUFFER) {
+            throw SystemCallError(lookupFailure("GetTokenInformation", 1, code), code);
+        }
+    }
+    std::vector<BYTE> user(size);
+    if (!::GetTokenInformation(token, TokenUser, user.data(), size, &size)) {
+        const DWORD code = ::GetLastError();
+        throw SystemCallError(lookupFailure("GetTokenInformation", 2, code), code);
+    }
+    return user;
+}
+
+void lookUpAccount(PSID sid, accountBlock& out) {
+    DWORD nameSize = 0;
+    DWORD domainSize = 0;
+    SID_NAME_USE use = SidTypeUnknown;
+    if (!::LookupAccountSidA(nullptr, sid, nullptr, &nameSize, nullptr, &domainSize, &use)) {
+        const DWORD code = ::GetLastError();
+        if (code != ERROR_INSUFFICIENT_BUFFER) {
+            throw SystemCallError(lookupFailure("LookupAccountSid", 1, code), code);
+        }
+    }
+    std::vector<char> name(nameSize + 1, '\0');
+    std::vector<char> domain(domainSize + 1, '\0');
+    if (!::LookupAccountSidA(nullptr, sid, name.data(), &nameSize, domain.data(), &domainSize,
+                             &use)) {
+        const DWORD code = ::GetLastError();
+        throw SystemCallError(lookupFailure("LookupAccountSid", 2, code), code);
+    }
+    out.accountNameLength = copyField(out.accountName, std::string(name.data()));
+    out.domainNameLength = copyField(out.domainName, std::string(domain.data()));
+}
+
+// Without its string form the account is still usable; the SID string simply stays empty.
+void convertSid(PSID sid, accountBlock& out) {
+    char* text = nullptr;
+    if (!::ConvertSidToStringSidA(sid, &text)) {
+        const DWORD code = ::GetLastError();
+        std::cerr << kSIDInfoName << " : Warning ConvertSidToStringSid failed - "
+                  << TqGetLastErrorAsString(code) << "." << errorCodeSuffix(code)
+                  << " - SID will not be available." << std::endl;
+        return;
+    }
+    const TqUniqueLocalMemory owner(text);
+    out.sidStringLength = copyField(out.sidString, std::string(text));
+}
+
+} // namespace
+
+int TqGetProcessSIDInfo(std::uint32_t processId, accountBlock* out) {
+    return runUtility(kSIDInfoName, [&](int& result) {
+        if (out == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::runtime_error("Process Handle is invalid.");
+        }
+        *out = accountBlock{};
+        const TqUniqueHandle process(
+            ::OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, processId));
+        if (!process) {
+            throw SystemCallError("OpenProcess Failed for Process ID " + std::to_string(processId) +
+                                      ".",
+                                  ::GetLastError());
+        }
+        TqUniqueHandle token;
+        if (!::OpenProcessToken(process.get(), TOKEN_QUERY, token.put())) {
+            const DWORD code = ::GetLastError();
+            throw SystemCallError("OpenProcessToken failed - " + TqGetLastErrorAsString(code) + ".",
+                                  code);
+        }
+        std::vector<BYTE> user = readTokenUser(token.get());
+        const PSID sid = reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid;
+        lookUpAccount(sid, *out);
+        convertSid(sid, *out);
+    });
+}
+
+int TqGetProcessImageFileName(std::uint32_t processId, std::string& fileName) {
+    return runUtility(kImageFileName, [&](int&) {
+        fileName.clear();
+        const TqUniqueHandle process(
+            ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
+        if (!process) {
+            throw SystemCallError("OpenProcess failed.", ::GetLastError());
+        }
+        char path[kImagePathCharacters];
+        DWORD length = kImagePathCharacters;
+        if (!::QueryFullProcessImageNameA(process.get(), 0, path, &length)) {
+            throw SystemCallError("QueryFullProcessImageName failed.", ::GetLastError());
+        }
+        const std::string fullPath(path, length);
+        const std::size_t separator = fullPath.find_last_of('\\');
+        fileName = separator == std::string::npos ? fullPath : fullPath.substr(separator + 1);
+    });
+}
+
+int TqIsProcessExecuting(const char* executableName, bool sameUserOnly, processRecord* out) {
+    return runUtility(kIsExecutingName, [&](int& result) {
+        if (executableName == nullptr || *executableName == '\0' || out == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::runtime_error(kInvalidArguments);
+        }
+        // The name may live inside out itself (a record looked up by its own name).
+        const std::string givenName(executableName);
+        *out = processRecord{};
+
+        accountBlock caller{};
+        if (sameUserOnly) {
+            const int status = TqGetProcessSIDInfo(::GetCurrentProcessId(), &caller);
+            if (std::abs(status) == tq::kAccessDenied) {
+                return; // no account to compare with, so nothing can match
+            }
+            if (status != 0) {
+                result = status;
+                throw std::runtime_error(
+                    "Failed to get the process SID Information for the active process.");
+            }
+        }
+
+        const std::string soughtName = lowerCase(givenName);
+        std::vector<DWORD> ids(kMaxProcessIds);
+        DWORD bytes = 0;
+        if (!::EnumProcesses(ids.data(), static_cast<DWORD>(ids.size() * sizeof(DWORD)), &bytes)) {
+            throw SystemCallError("EnumProcesses failed.", ::GetLastError());
+        }
+        ids.resize(bytes / sizeof(DWORD));
+
+        for (const DWORD id : ids) {
+            std::string imageName;
+            if (id == 0 || TqGetProcessImageFileName(id, imageName) != 0 ||
+                lowerCase(imageName) != soughtName) {
+                continue;
+            }
+            if (sameUserOnly) {
+                accountBlock account{};
+                const int status = TqGetProcessSIDInfo(id, &account);
+                if (status != 0) {
+                    if (std::abs(status) != tq::kAccessDenied) {
+                        std::cerr << kIsExecutingName
+                                  << " : Failed to get the process SID Information for the given "
+                                     "process."
+                                  << std::endl;
+                    }
+                    continue;
+                }
+                if (account.sidStringLength != caller.sidStringLength ||
+                    std::memcmp(account.sidString, caller.sidString, caller.sidStringLength) != 0) {
+                    continue;
+                }
+                out->account = account;
+            }
+            copyField(out->executableName, givenName);
+            out->processId = id;
+            if (TqGetProcessDateInfo(out, sameUserOnly) != 0) {
+                std::cerr << kIsExecutingName
+                          << " : Warning - Failed to obtain process Date/Time info." << std::endl;
+            }
+            result = 1;
+            return;
+        }
+    });
+}
+
+int TqGetProcessDateInfo(processRecord* record, bool sameUserOnly) {
+    return runUtility(kDateInfoName, [&](int& result) {
+        if (record == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::runtime_error(kInvalidArguments);
+        }
+        record->creationTime = FILETIME{};
+        record->exitTime = FILETIME{};
+        record->kernelTime = FILETIME{};
+        record->userTime = FILETIME{};
+        if (record->processId == 0) {
+            const std::string name(record->executableName,
+                                   strnlen(record->executableName, sizeof record->executableName));
+            if (name.empty()) {
+                result = -tq::kInvalidArguments;
+                throw std::runtime_error("Process ID and Process Name are both unset.");
+            }
+            const int found = TqIsProcessExecuting(name.c_str(), sameUserOnly, record);
+            if (found < 0) {
+                result = -found;
+                throw std::runtime_error("Error occured while detecting executable '" + name + "'");
+            }
+            if (found == 0) {
+                result = tq::kNotFound;
+                throw std::runtime_error("Failed to detect running executable '" + name + "'");
+            }
+        }
+        const TqUniqueHandle process(
+            ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, record->processId));
+        if (!process) {
+            throw SystemCallError("OpenProcess failed.", ::GetLastError());
+        }
+        FILETIME creation{}, exit{}, kernel{}, user{};
+        if (!::GetProcessTimes(process.get(), &creation, &exit, &kernel, &user)) {
+            throw SystemCallError("GetProcessTimes failed.", ::GetLastError());
+        }
+        record->creationTime = creation;
+        record->exitTime = exit;
+        record->kernelTime = kernel;
+        record->userTime = user;
+    });
+}
+
+int TqGetServiceStatus(const char* serviceName) {
+    return runUtility(kServiceStatusName, [&](int& result) {
+        if (serviceName == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::runtime_error(kInvalidArguments);
+        }
+        // Unlike the other utilities every failure here reads -4, whatever the Windows code:
+        // the Identity Agent detection only tells a known state from none.
+        const TqUniqueServiceHandle manager(
+            ::OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ENUMERATE_SERVICE));
+        if (!manager) {
+            throw SystemCallError("OpenSCManager failed.", ::GetLastError(), -tq::kInternalError);
+        }
+        // Deliberately the same text as a failed manager open: it is established output.
+        const TqUniqueServiceHandle service(
+            ::OpenServiceA(manager.get(), serviceName, SERVICE_QUERY_STATUS));
+        if (!service) {
+            throw SystemCallError("OpenSCManager failed.", ::GetLastError(), -tq::kInternalError);
+        }
+        SERVICE_STATUS_PROCESS status{};
+        DWORD needed = 0;
+        if (!::QueryServiceStatusEx(service.get(), SC_STATUS_PROCESS_INFO,
+                                    reinterpret_cast<BYTE*>(&status), sizeof status, &needed)) {
+            throw SystemCallError("QueryServiceStatusEx failed.", ::GetLastError(),
+                                  -tq::kInternalError);
+        }
+        result = static_cast<int>(status.dwCurrentState);
+    });
+}

@@ -1,0 +1,70 @@
+#include "TqNameFilters.h"
+
+#include <cstdint>
+#include <regex>
+#include <string_view>
+
+namespace {
+
+// How one product's display name is recognised.
+struct NameShape {
+    const std::regex& pattern;
+    std::size_t minimumSubMatches; // whole match included
+    std::size_t maximumSubMatches;
+    std::size_t productGroup;
+    std::string_view productWord;
+    std::size_t platformGroup; // 0: the last group
+};
+
+bool matchShape(const NameShape& shape, const std::string& displayName, std::string& platform) {
+    std::smatch match;
+    if (!std::regex_match(displayName, match, shape.pattern) ||
+        match.size() < shape.minimumSubMatches || match.size() > shape.maximumSubMatches) {
+        return false;
+    }
+    if (match[shape.productGroup].str() != shape.productWord) {
+        return false;
+    }
+    const std::size_t platformGroup =
+        shape.platformGroup != 0 ? shape.platformGroup : match.size() - 1;
+    const std::string word = match[platformGroup].str();
+    if (word != "32" && word != "64") {
+        return false;
+    }
+    platform = word;
+    return true;
+}
+
+// The patterns are compiled once per process; "[b|B]" also admits "|", as the names have always
+// been matched.
+const std::regex& classicClientPattern() {
+    static const std::regex pattern(
+        R"(^(Classic Client)\s([0-9]{1,}\.[0-9]{1,})\sPatch\s([0-9]{1,})\s[A-Za-z\s]{0,}(64|32)\s[b|B]it[s]{0,1}$)");
+    return pattern;
+}
+
+const std::regex& awpPattern() {
+    static const std::regex pattern(
+        R"(^(AWP)\s([0-9]{1,}\.[0-9]{1,}\.[0-9]{1,})\s\((64|32)\-[b|B]it\)$)");
+    return pattern;
+}
+
+const std::regex& idemiaPattern() {
+    static const std::regex pattern(R"(^(IDEMIA)\s(.*)\((64|32)\-[b|B]it\)$)");
+    return pattern;
+}
+
+} // namespace
+
+bool TqClassicClientNameFilter(const std::string& displayName, std::string& platform) {
+    return matchShape({classicClientPattern(), 5, 5, 1, "Classic Client", 4}, displayName,
+                      platform);
+}
+
+bool TqAWPNameFilter(const std::string& displayName, std::string& platform) {
+    return matchShape({awpPattern(), 4, 4, 1, "AWP", 3}, displayName, platform);
+}
+
+bool TqIdemiaNameFilter(const std::string& displayName, std::string& platform) {
+    return matchShape({idemiaPattern(), 3, SIZE_MAX, 1, "IDEMIA", 0}, displayName, platform);
+}

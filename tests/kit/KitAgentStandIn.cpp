@@ -1,0 +1,43 @@
+// Stands in for an Identity Agent process (IdentityAgent.exe, GACService.exe): the tests copy
+// it under the agent's file name. It does nothing but exist until it is told to end or is
+// terminated, and it waits without using the processor.
+//
+// Usage: KIT_AGENT STOP_EVENT READY_EVENT [OWNER_PID]
+//   STOP_EVENT   name of an existing event; the program ends with 0 once it is signalled.
+//   READY_EVENT  name of an existing event the program signals once it is up and waiting.
+//   OWNER_PID    id of the test process; the program also ends (with 6) when that process
+//                ends, so a test that dies leaves no agent behind for the tests after it.
+#include "hostutil/TqUniqueResource.h"
+
+#include <cstdlib>
+
+int main(int argc, char** argv) {
+    if (argc < 3) {
+        return 2;
+    }
+    const TqUniqueHandle stop(::OpenEventA(SYNCHRONIZE, FALSE, argv[1]));
+    if (!stop) {
+        return 3;
+    }
+    TqUniqueHandle owner;
+    if (argc > 3) {
+        const DWORD ownerId = std::strtoul(argv[3], nullptr, 10);
+        owner.reset(::OpenProcess(SYNCHRONIZE, FALSE, ownerId));
+        if (!owner) {
+            return 4;
+        }
+    }
+    const TqUniqueHandle ready(::OpenEventA(EVENT_MODIFY_STATE, FALSE, argv[2]));
+    if (!ready || !::SetEvent(ready.get())) {
+        return 5;
+    }
+    const HANDLE waitFor[] = {stop.get(), owner.get()};
+    switch (::WaitForMultipleObjects(owner ? 2 : 1, waitFor, FALSE, INFINITE)) {
+    case WAIT_OBJECT_0:
+        return 0;
+    case WAIT_OBJECT_0 + 1:
+        return 6;
+    default:
+        return 7;
+    }
+}

@@ -1,0 +1,87 @@
+#include "middleware/TqNameFilters.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct Outcome {
+    bool accepted;
+    std::string platform;
+};
+
+Outcome run(TqNameFilter filter, const std::string& displayName) {
+    std::string platform = "unchanged";
+    const bool accepted = filter(displayName, platform);
+    return {accepted, platform};
+}
+
+void expectAccepted(TqNameFilter filter, const std::string& name, const std::string& platform) {
+    const Outcome outcome = run(filter, name);
+    EXPECT_TRUE(outcome.accepted) << name;
+    EXPECT_EQ(platform, outcome.platform) << name;
+}
+
+void expectRejected(TqNameFilter filter, const std::string& name) {
+    const Outcome outcome = run(filter, name);
+    EXPECT_FALSE(outcome.accepted) << name;
+    EXPECT_EQ("unchanged", outcome.platform) << name; // written only on acceptance
+}
+
+TEST(ClassicClientNameFilter, AcceptsTheKnownShapes) {
+    expectAccepted(TqClassicClientNameFilter, "Classic Client 7.3 Patch 1 64 bits", "64");
+    expectAccepted(TqClassicClientNameFilter, "Classic Client 6.2 Patch 3 Standard 32 Bit", "32");
+}
+
+TEST(ClassicClientNameFilter, WordSizeMayBeFollowedByBitBitsInEitherCaseOfB) {
+    for (const char* suffix : {"bit", "bits", "Bit", "Bits"}) {
+        expectAccepted(TqClassicClientNameFilter,
+                       std::string("Classic Client 7.3 Patch 1 64 ") + suffix, "64");
+    }
+    // The class "[b|B]" admits a bar as well.
+    expectAccepted(TqClassicClientNameFilter, "Classic Client 7.3 Patch 1 32 |it", "32");
+    expectRejected(TqClassicClientNameFilter, "Classic Client 7.3 Patch 1 64 bitss");
+    expectRejected(TqClassicClientNameFilter, "Classic Client 7.3 Patch 1 64 BIT");
+}
+
+TEST(ClassicClientNameFilter, ProductWordIsComparedWithItsLetterCase) {
+    expectRejected(TqClassicClientNameFilter, "classic client 7.3 Patch 1 64 bits");
+    expectRejected(TqClassicClientNameFilter, "Classic client 7.3 Patch 1 64 bits");
+}
+
+TEST(ClassicClientNameFilter, TheWholeNameMustMatch) {
+    expectRejected(TqClassicClientNameFilter, "Classic Client 7.3 Patch 1 64 bits (x64)");
+    expectRejected(TqClassicClientNameFilter, " Classic Client 7.3 Patch 1 64 bits");
+    expectRejected(TqClassicClientNameFilter, "Classic Client 7.3 64 bits");
+    expectRejected(TqClassicClientNameFilter, "Classic Client 7 Patch 1 64 bits");
+    expectRejected(TqClassicClientNameFilter, "Classic Client 7.3 Patch 1 16 bits");
+    expectRejected(TqClassicClientNameFilter, "");
+}
+
+TEST(AWPNameFilter, AcceptsThreeVersionNumbersAndABracketedWordSize) {
+    expectAccepted(TqAWPNameFilter, "AWP 5.2.1 (64-bit)", "64");
+    expectAccepted(TqAWPNameFilter, "AWP 5.2.10 (32-Bit)", "32");
+}
+
+TEST(AWPNameFilter, RejectsOtherShapes) {
+    expectRejected(TqAWPNameFilter, "AWP 5.2 (64-bit)");
+    expectRejected(TqAWPNameFilter, "AWP 5.2.1.7 (64-bit)");
+    expectRejected(TqAWPNameFilter, "awp 5.2.1 (64-bit)");
+    expectRejected(TqAWPNameFilter, "AWP 5.2.1 (64-bits)");
+    expectRejected(TqAWPNameFilter, "AWP 5.2.1 64-bit");
+    expectRejected(TqAWPNameFilter, "AWP Middleware 5.2.1 (64-bit)");
+}
+
+TEST(IdemiaNameFilter, AcceptsAnyMiddlePartBeforeTheBracketedWordSize) {
+    expectAccepted(TqIdemiaNameFilter, "IDEMIA Minidriver for PIV/CIV (32-Bit)", "32");
+    expectAccepted(TqIdemiaNameFilter, "IDEMIA Minidriver for ID-One PIV (64-bit)", "64");
+    expectAccepted(TqIdemiaNameFilter, "IDEMIA (64-bit)", "64");
+}
+
+TEST(IdemiaNameFilter, RejectsANameWithoutBracketedWordSize) {
+    expectRejected(TqIdemiaNameFilter, "IDEMIA Minidriver for PIV/CIV");
+    expectRejected(TqIdemiaNameFilter, "Idemia Minidriver for PIV/CIV (32-Bit)");
+    expectRejected(TqIdemiaNameFilter, "IDEMIA Minidriver (128-bit)");
+    expectRejected(TqIdemiaNameFilter, "IDEMIA Minidriver (64-bit) ");
+}
+
+} // namespace
