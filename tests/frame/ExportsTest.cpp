@@ -123,16 +123,10 @@ TEST_F(Exports, OperationsWhoseWorkersAreNotInThisBuildAnswer14) {
     text = kGarbage;
     EXPECT_EQ(14, api.SupportedMiddlewareDetection(&text, &length, log.path()));
     EXPECT_EQ(nullptr, text);
-    text = kGarbage;
-    EXPECT_EQ(14, api.DetectIdentityAgent(&text, &length, log.path()));
-    EXPECT_EQ(nullptr, text);
-    EXPECT_EQ(14, api.SetIdentityAgentSpringCheck(1, log.path()));
-    EXPECT_EQ(14, api.SetIdentityAgentSpringCheck(0, log.path()));
     EXPECT_EQ(-1, length);
     std::vector<std::string> expected;
     for (const char* operation : {"getATRMiddlewareDetection", "OberthurMiddlewareDetectionJSON",
-                                  "SupportedMiddlewareDetectionJSON", "detectIdentityAgent",
-                                  "setIdentityAgentSpringCheck", "setIdentityAgentSpringCheck"}) {
+                                  "SupportedMiddlewareDetectionJSON"}) {
         expected.push_back(std::string("[INFO] TqZelDLLPlatform::") + operation + " : Entered");
         expected.push_back(std::string("[ERROR] TqZelDLLPlatform::") + operation + " : " +
                            kNotAvailable);
