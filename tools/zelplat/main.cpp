@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <io.h>
 #include <string>
 #include <vector>
 
@@ -24,13 +25,17 @@ const char kUsage[] =
     "  enrollment get                       applet the PIV minidriver presents\n"
     "  enrollment set AGILE|COMPATIBILITY   switch the PIV minidriver's applet\n"
     "  file-version PATH                    major file version of a module\n"
+    "  ia                                   the Identity Agent document (JSON)\n"
+    "  ia --table                           the Identity Agent and its spring check, readable\n"
+    "  ia spring-check off|default          switch the spring check off for this user, or\n"
+    "                                       back to the agent's default\n"
     "\n"
     "options:\n"
     "  --log FILE   append the library's log lines to FILE\n"
     "  --help       show this text\n"
     "\n"
-    "The answer goes to standard output; a failure is explained on standard error and its\n"
-    "result code is the exit code.\n";
+    "The answer goes to standard output; the library's own progress lines and an explanation\n"
+    "of a failure go to standard error, and the result code is the exit code.\n";
 
 using Arguments = std::vector<std::string>;
 
@@ -48,6 +53,86 @@ int printAnswer(const ZelPlatformExportedInterface& dll, int result, char* text)
         dll.FreeStringData(&text);
     }
     return result;
+}
+
+// While it lives, what the library writes to standard output goes to standard error, so that
+// standard output carries the answer alone (a script can parse the document).
+class LibraryLinesToStandardError {
+public:
+    LibraryLinesToStandardError() : savedOutput_(_dup(1)) {
+        std::fflush(stdout);
+        if (savedOutput_ != -1) {
+            _dup2(2, 1);
+        }
+    }
+    ~LibraryLinesToStandardError() {
+        std::fflush(stdout);
+        if (savedOutput_ != -1) {
+            _dup2(savedOutput_, 1);
+            _close(savedOutput_);
+        }
+    }
+    LibraryLinesToStandardError(const LibraryLinesToStandardError&) = delete;
+    LibraryLinesToStandardError& operator=(const LibraryLinesToStandardError&) = delete;
+
+private:
+    int savedOutput_;
+};
+
+// The Identity Agent document, or null (with the result) when the library gave none.
+int detectIdentityAgent(const ZelPlatformExportedInterface& dll, const char* logFile,
+                        char** document) {
+    const LibraryLinesToStandardError libraryLines;
+    int length = 0;
+    return dll.DetectIdentityAgent(document, &length, logFile);
+}
+
+// The text of "key": "text" in the document; every value of it is a string without quotes.
+std::string documentValue(const std::string& document, const char* key) {
+    const std::string opening = std::string("\"") + key + "\": \"";
+    const std::size_t start = document.find(opening);
+    if (start == std::string::npos) {
+        return "";
+    }
+    const std::size_t from = start + opening.size();
+    const std::size_t end = document.find('"', from);
+    return end == std::string::npos ? "" : document.substr(from, end - from);
+}
+
+// "true"/"false"/"unknown" as support staff say it.
+std::string yesNo(const std::string& flag, const char* yes = "yes") {
+    if (flag == "true") {
+        return yes;
+    }
+    return flag == "false" ? "no" : flag;
+}
+
+void printIdentityAgentTable(const std::string& document) {
+    const std::string agent = documentValue(document, "name");
+    const bool found = agent != "unknown";
+    const std::string restarted = documentValue(document, "hasRebooted");
+    // maxVersion holds the major number, minVersion the minor one.
+    const std::string rows[][2] = {
+        {"Agent", found ? agent : "none installed and running"},
+        {"Version",
+         found ? documentValue(document, "maxVersion") + "." + documentValue(document, "minVersion")
+               : "-"},
+        {"Spring check", documentValue(document, "status")},
+        {"Locked", yesNo(documentValue(document, "locked"), "yes (machine-wide or policy value)")},
+        {"ZelCheck set", yesNo(documentValue(document, "zelSet"))},
+        {"Restarted since", restarted == "pending"
+                                ? "no (the switch waits for the agent to restart)"
+                                : yesNo(restarted)},
+    };
+    for (const auto& row : rows) {
+        std::printf("%-17s%s\n", (row[0] + ":").c_str(), row[1].c_str());
+    }
+}
+
+int switchSpringCheck(const ZelPlatformExportedInterface& dll, unsigned char enable,
+                      const char* logFile) {
+    const LibraryLinesToStandardError libraryLines;
+    return dll.SetIdentityAgentSpringCheck(enable, logFile);
 }
 
 const Command kCommands[] = {
@@ -71,6 +156,34 @@ const Command kCommands[] = {
          int length = 0;
          const int result = dll.GetFileVersion(arguments[0].c_str(), &version, &length, logFile);
          return printAnswer(dll, result, version);
+     }},
+    {{"ia"},
+     0,
+     [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
+         char* document = nullptr;
+         const int result = detectIdentityAgent(dll, logFile, &document);
+         return printAnswer(dll, result, document);
+     }},
+    {{"ia", "--table"},
+     0,
+     [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
+         char* document = nullptr;
+         const int result = detectIdentityAgent(dll, logFile, &document);
+         if (document != nullptr) {
+             printIdentityAgentTable(document);
+             dll.FreeStringData(&document);
+         }
+         return result;
+     }},
+    {{"ia", "spring-check", "off"},
+     0,
+     [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
+         return switchSpringCheck(dll, 0, logFile);
+     }},
+    {{"ia", "spring-check", "default"},
+     0,
+     [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
+         return switchSpringCheck(dll, 1, logFile);
      }},
 };
 
