@@ -61,26 +61,9 @@ void progress(const char* function, const char* text) {
     std::cout << function << " : " << text << std::endl;
 }
 
-const char* statusText(std::int32_t status) {
-    switch (status) {
-    case 0:
-        return "off";
-    case 1:
-        return "on";
-    default:
-        return "unknown";
-    }
-}
-
-const char* flagText(std::int32_t flag) {
-    switch (flag) {
-    case 0:
-        return "false";
-    case 1:
-        return "true";
-    default:
-        return "unknown";
-    }
+// The word of a spring-check code: 0 and 1 have their own, any other number is "unknown".
+const char* wordOf(std::int32_t code, const char* zero, const char* one) {
+    return code == 0 ? zero : code == 1 ? one : "unknown";
 }
 
 // There is no "false": without a record nobody can tell whether the agent restarted.
@@ -205,9 +188,10 @@ int TqDetectedIAtoJSONString(const IARecord* record, std::string& json) {
                  << "\",\n\t\t\"minVersion\": "
                  << "\"" << static_cast<std::uint32_t>(agent.minor) << "\",\n\t\t\"maxVersion\": \""
                  << static_cast<std::uint32_t>(agent.major)
-                 << "\"\n\t},\n\t\"springCheck\":{\n\t\t\"status\": \"" << statusText(check.status)
-                 << "\",\n\t\t\"locked\": \"" << flagText(check.locked) << "\","
-                 << "\n\t\t\"zelSet\": \"" << flagText(check.zelSet)
+                 << "\"\n\t},\n\t\"springCheck\":{\n\t\t\"status\": \""
+                 << wordOf(check.status, "off", "on") << "\",\n\t\t\"locked\": \""
+                 << wordOf(check.locked, "false", "true") << "\","
+                 << "\n\t\t\"zelSet\": \"" << wordOf(check.zelSet, "false", "true")
                  << "\"\n\t},\n\t\"os\":{\n\t\t\"hasRebooted\": \"" << rebootText(check.hasRebooted)
                  << "\"\n\t}\n}";
         json = document.str();

@@ -20,6 +20,7 @@ namespace {
 
 using iatest::Document;
 using iatest::ExpectParsedDocument;
+using iatest::ExpectSpringCheck;
 using iatest::IdentityAgentRegistry;
 using iatest::MissingKey;
 using ::testing::internal::CaptureStderr;
@@ -66,14 +67,6 @@ Detected detectWith(int (*detector)(IARecord*)) {
     detected.err = GetCapturedStderr();
     detected.out = GetCapturedStdout();
     return detected;
-}
-
-void expectSpringCheck(const springCheckBlock& block, int hasRebooted, int status, int locked,
-                       int zelSet) {
-    EXPECT_EQ(hasRebooted, block.hasRebooted);
-    EXPECT_EQ(status, block.status);
-    EXPECT_EQ(locked, block.locked);
-    EXPECT_EQ(zelSet, block.zelSet);
 }
 
 bool endsWith(const std::string& text, const std::string& tail) {
@@ -147,7 +140,7 @@ TEST_F(IdentityAgentDetection, OrganisationsAgentRunningFillsTheRecord) {
     ASSERT_TRUE(::GetProcessTimes(agent.process(), &creation, &exit, &kernel, &user));
     EXPECT_EQ(ticks(creation), ticks(record.process.creationTime));
     EXPECT_NE(0u, record.process.account.sidStringLength);
-    expectSpringCheck(record.springCheck, 0, 1, 0, 0);
+    ExpectSpringCheck(record.springCheck, 0, 1, 0, 0);
 }
 
 TEST_F(IdentityAgentDetection, OrganisationsAgentIsFoundUnderItsOlderName) {
@@ -230,7 +223,7 @@ TEST_F(IdentityAgentDetection, OlderBTAgentHasNoSpringCheck) {
     EXPECT_EQ(11, detected.record.major);
     EXPECT_EQ(0, detected.record.minor);
     EXPECT_EQ(agent.processId(), detected.record.process.processId);
-    expectSpringCheck(detected.record.springCheck, -1, -1, -1, -1);
+    ExpectSpringCheck(detected.record.springCheck, -1, -1, -1, -1);
 }
 
 TEST_F(IdentityAgentDetection, NewerBTAgentFollowsTheCardChecker) {
@@ -247,19 +240,19 @@ TEST_F(IdentityAgentDetection, NewerBTAgentFollowsTheCardChecker) {
     EXPECT_EQ("KVR Halden Identity Agent", detected.record.productName);
     EXPECT_EQ(12, detected.record.major);
     EXPECT_EQ(4, detected.record.minor);
-    expectSpringCheck(detected.record.springCheck, -1, 0, 1, -1);
+    ExpectSpringCheck(detected.record.springCheck, -1, 0, 1, -1);
 
     ASSERT_TRUE(checker.Start());
     detected = detectWith(TqDetectBTIdentityAgent);
     EXPECT_EQ(1, detected.result);
     EXPECT_EQ(kBTFound, detected.out);
-    expectSpringCheck(detected.record.springCheck, -1, 1, 1, -1);
+    ExpectSpringCheck(detected.record.springCheck, -1, 1, 1, -1);
 
     ASSERT_TRUE(checker.Pause());
     detected = detectWith(TqDetectBTIdentityAgent);
     EXPECT_EQ(1, detected.result);
     EXPECT_EQ(kBTPaused, detected.out);
-    expectSpringCheck(detected.record.springCheck, -1, -1, 1, -1);
+    ExpectSpringCheck(detected.record.springCheck, -1, -1, 1, -1);
     EXPECT_EQ("", detected.err);
 }
 

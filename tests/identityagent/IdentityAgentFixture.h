@@ -68,6 +68,14 @@ inline void ExpectParsedDocument(const std::string& text, const std::string& nam
     EXPECT_EQ(expected, parsed);
 }
 
+inline void ExpectSpringCheck(const springCheckBlock& block, int hasRebooted, int status,
+                              int locked, int zelSet) {
+    EXPECT_EQ(hasRebooted, block.hasRebooted);
+    EXPECT_EQ(status, block.status);
+    EXPECT_EQ(locked, block.locked);
+    EXPECT_EQ(zelSet, block.zelSet);
+}
+
 class IdentityAgentRegistry : public ::testing::Test {
 protected:
     void SetUp() override {

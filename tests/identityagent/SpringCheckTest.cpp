@@ -13,6 +13,7 @@
 
 namespace {
 
+using iatest::ExpectSpringCheck;
 using iatest::IdentityAgentRegistry;
 using iatest::MissingKey;
 using iatest::SearchOpenFailure;
@@ -56,14 +57,6 @@ SpringCheckRead readSpringCheck(const processRecord& running) {
     return read;
 }
 
-void expectBlock(const springCheckBlock& block, int hasRebooted, int status, int locked,
-                 int zelSet) {
-    EXPECT_EQ(hasRebooted, block.hasRebooted);
-    EXPECT_EQ(status, block.status);
-    EXPECT_EQ(locked, block.locked);
-    EXPECT_EQ(zelSet, block.zelSet);
-}
-
 class SpringCheck : public IdentityAgentRegistry {
 protected:
     const processRecord running_ = agentRecord(4242, 0x5A5A0001u);
@@ -75,7 +68,7 @@ TEST_F(SpringCheck, NoKeyAnywhereIsOnNotLockedWithoutRecord) {
     const SpringCheckRead read = readSpringCheck(running_);
     EXPECT_EQ(0, read.result);
     // hasRebooted 0 reads "unknown" in the document: there is no "false".
-    expectBlock(read.block, 0, 1, 0, 0);
+    ExpectSpringCheck(read.block, 0, 1, 0, 0);
     // The search reports each missing key; the last one is the record's lookup.
     EXPECT_EQ(MissingKey(kTqIAUserKey) + MissingKey(kTqIAMachineKey32) +
                   MissingKey(kTqIAPolicyKey) + MissingKey(kTqIAUserKey),
@@ -87,14 +80,14 @@ TEST_F(SpringCheck, KeysWithoutTheValueCountAsMissing) {
     zeltest::CreateKey(HKEY_LOCAL_MACHINE, kTqIAPolicyKey);
     const SpringCheckRead read = readSpringCheck(running_);
     EXPECT_EQ(0, read.result);
-    expectBlock(read.block, 0, 1, 0, 0);
+    ExpectSpringCheck(read.block, 0, 1, 0, 0);
 }
 
 TEST_F(SpringCheck, FalseUnderTheUserKeyIsOffAndNotLocked) {
     setCardRemovalCheck(HKEY_CURRENT_USER, kTqIAUserKey, "false");
     const SpringCheckRead read = readSpringCheck(running_);
     EXPECT_EQ(0, read.result);
-    expectBlock(read.block, 0, 0, 0, 0);
+    ExpectSpringCheck(read.block, 0, 0, 0, 0);
     EXPECT_EQ(MissingKey(kTqIAMachineKey32) + MissingKey(kTqIAPolicyKey), read.err);
 }
 
@@ -116,7 +109,7 @@ TEST_F(SpringCheck, RecordOfTheStillRunningAgentIsPending) {
     ASSERT_EQ(0, TqSetZelKVRIAInformation(&running_));
     const SpringCheckRead read = readSpringCheck(running_);
     EXPECT_EQ(0, read.result);
-    expectBlock(read.block, 1, 0, 0, 1);
+    ExpectSpringCheck(read.block, 1, 0, 0, 1);
     EXPECT_EQ(MissingKey(kTqIAMachineKey32) + MissingKey(kTqIAPolicyKey), read.err);
 }
 
@@ -133,7 +126,7 @@ TEST_F(SpringCheck, RecordOfAnotherProcessMeansTheAgentRestarted) {
     for (const processRecord* now : {&newId, &newStart, &newName}) {
         const SpringCheckRead read = readSpringCheck(*now);
         EXPECT_EQ(0, read.result);
-        expectBlock(read.block, 2, 0, 0, 1);
+        ExpectSpringCheck(read.block, 2, 0, 0, 1);
     }
     // Times other than the start do not tell processes apart.
     processRecord busier = running_;
@@ -146,7 +139,7 @@ TEST_F(SpringCheck, OneUnderThePoliciesKeyIsOnAndLocked) {
     setCardRemovalCheck(HKEY_LOCAL_MACHINE, kTqIAPolicyKey, "1");
     const SpringCheckRead read = readSpringCheck(running_);
     EXPECT_EQ(0, read.result);
-    expectBlock(read.block, 0, 1, 1, 0);
+    ExpectSpringCheck(read.block, 0, 1, 1, 0);
     EXPECT_EQ(MissingKey(kTqIAUserKey) + MissingKey(kTqIAMachineKey32), read.err);
 }
 
@@ -157,7 +150,7 @@ TEST_F(SpringCheck, MachineValueOverridesTheUsersAndLocksIt) {
     const SpringCheckRead read = readSpringCheck(running_);
     EXPECT_EQ(0, read.result);
     // Locked: the stored record is not even looked at.
-    expectBlock(read.block, 0, 1, 1, 0);
+    ExpectSpringCheck(read.block, 0, 1, 1, 0);
 }
 
 TEST_F(SpringCheck, PolicyHasTheLastWord) {
@@ -165,7 +158,7 @@ TEST_F(SpringCheck, PolicyHasTheLastWord) {
     setCardRemovalCheck(HKEY_LOCAL_MACHINE, kTqIAMachineKey32, "1");
     setCardRemovalCheck(HKEY_LOCAL_MACHINE, kTqIAPolicyKey, "0");
     const SpringCheckRead read = readSpringCheck(running_);
-    expectBlock(read.block, 0, 0, 1, 0);
+    ExpectSpringCheck(read.block, 0, 0, 1, 0);
 }
 
 // The machine-wide 32-bit key is named by its Wow6432Node path: a 32-bit program's write of
@@ -174,20 +167,20 @@ TEST_F(SpringCheck, MachineValueWrittenThroughThe32BitViewLocks) {
     zeltest::WriteString(HKEY_LOCAL_MACHINE, "SOFTWARE\\Vessant\\Identity Agent",
                          kTqCardRemovalCheckValue, "0", KEY_WOW64_32KEY);
     const SpringCheckRead read = readSpringCheck(running_);
-    expectBlock(read.block, 0, 0, 1, 0);
+    ExpectSpringCheck(read.block, 0, 0, 1, 0);
 }
 
 TEST_F(SpringCheck, UnknownTextIsOffButDoesNotCountAsASetting) {
     setCardRemovalCheck(HKEY_CURRENT_USER, kTqIAUserKey, "maybe");
     SpringCheckRead read = readSpringCheck(running_);
     EXPECT_EQ(0, read.result);
-    expectBlock(read.block, 0, 0, 0, 0);
+    ExpectSpringCheck(read.block, 0, 0, 0, 0);
 
     // After a counted setting an unknown text still fixes the setting, and switches it off.
     setCardRemovalCheck(HKEY_CURRENT_USER, kTqIAUserKey, "1");
     setCardRemovalCheck(HKEY_LOCAL_MACHINE, kTqIAPolicyKey, " true");
     read = readSpringCheck(running_);
-    expectBlock(read.block, 0, 0, 1, 0);
+    ExpectSpringCheck(read.block, 0, 0, 1, 0);
 }
 
 TEST_F(SpringCheck, AnUncountedUserValueLeavesLockedOpen) {
@@ -198,7 +191,7 @@ TEST_F(SpringCheck, AnUncountedUserValueLeavesLockedOpen) {
     zeltest::DeniedKey policy(HKEY_LOCAL_MACHINE, kTqIAPolicyKey);
     const SpringCheckRead read = readSpringCheck(running_);
     EXPECT_EQ(16, read.result);
-    expectBlock(read.block, -1, 0, -1, -1);
+    ExpectSpringCheck(read.block, -1, 0, -1, -1);
     const std::string failed =
         "TqDetectKVRIdentityAgentSpringCheck : TqFindRegistryKeyAndOrValueName(1) failed. "
         "Error Code 16.\n";
@@ -211,7 +204,7 @@ TEST_F(SpringCheck, UnreadableUserKeyIsReportedAndTheOthersStillCount) {
     const SpringCheckRead read = readSpringCheck(running_);
     // The record cannot be read either: no record, yet the failure of the setting stays.
     EXPECT_EQ(16, read.result);
-    expectBlock(read.block, 0, 1, 0, 0);
+    ExpectSpringCheck(read.block, 0, 1, 0, 0);
     EXPECT_EQ(SearchOpenFailure(kTqIAUserKey, ERROR_ACCESS_DENIED) +
                   "TqDetectKVRIdentityAgentSpringCheck : TqFindRegistryKeyAndOrValueName(1) "
                   "failed. Error Code 16.\n" +
@@ -228,7 +221,7 @@ TEST_F(SpringCheck, NullArgumentsGive1) {
     EXPECT_EQ("TqDetectKVRIdentityAgentSpringCheck : Invalid argument(s) supplied.\n"
               "TqDetectKVRIdentityAgentSpringCheck : Invalid argument(s) supplied.\n",
               GetCapturedStderr());
-    expectBlock(block, -1, -1, -1, -1);
+    ExpectSpringCheck(block, -1, -1, -1, -1);
 }
 
 // --- the ZelCheck record ---------------------------------------------------------------------
@@ -285,7 +278,7 @@ TEST_F(SpringCheck, ShortRecordLeavesZelSetFalseAndRebootUnknown) {
                         std::vector<BYTE>(100, 0x41));
     const SpringCheckRead read = readSpringCheck(running_);
     EXPECT_EQ(12, read.result);
-    expectBlock(read.block, 0, 0, 0, 0);
+    ExpectSpringCheck(read.block, 0, 0, 0, 0);
     EXPECT_EQ(MissingKey(kTqIAMachineKey32) + MissingKey(kTqIAPolicyKey) +
                   "TqGetZelKVRIAInformation : Stored REG_BINARY data is of invalid size\n",
               read.err);
@@ -383,7 +376,7 @@ TEST_F(SpringCheck, SwitchingOffWritesFalseAndTheRunningAgentsRecord) {
     // The detection now reads it as switched off, waiting for the agent to restart.
     const SpringCheckRead read = readSpringCheck(now);
     EXPECT_EQ(0, read.result);
-    expectBlock(read.block, 1, 0, 0, 1);
+    ExpectSpringCheck(read.block, 1, 0, 0, 1);
 }
 
 TEST_F(SpringCheck, EnablingWhenNothingExistsWritesNothing) {
