@@ -25,7 +25,8 @@ constexpr const char* kSetName = "TqSetKVRIASpringCheck";
 
 constexpr const char* kInvalidArguments = "Invalid argument(s) supplied.";
 
-// The agent writes "FALSE"; this library writes the agent's own spelling, without a NUL.
+// Five bytes without a terminating NUL: readers take the text up to its first NUL or its
+// length, in any letter case.
 constexpr char kSwitchedOff[] = {'F', 'a', 'l', 's', 'e'};
 
 // The ZelCheck record names a process and its account: it is kept out of plain sight in the
