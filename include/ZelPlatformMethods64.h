@@ -35,9 +35,11 @@ ZEL_PLATFORM_API int OberthurMiddlewareDetection(char** jsonOut, int* jsonLength
 /* The supported-middleware document; JSON, release with FreeStringData. */
 ZEL_PLATFORM_API int SupportedMiddlewareDetection(char** jsonOut, int* jsonLengthOut,
                                                   const char* logFile);
-/* The Identity Agent document; JSON, release with FreeStringData. */
+/* The Identity Agent document; JSON, release with FreeStringData. 0 also when no agent runs
+ * (name "unknown"); a negative code when the installed programs cannot be read. */
 ZEL_PLATFORM_API int DetectIdentityAgent(char** jsonOut, int* jsonLengthOut, const char* logFile);
-/* Non-zero enable restores the agent's card-removal check, zero switches it off. */
+/* Non-zero enable restores the agent's card-removal check, zero switches it off for this user
+ * (11 when IdentityAgent.exe is not running for this user). */
 ZEL_PLATFORM_API int SetIdentityAgentSpringCheck(unsigned char enable, const char* logFile);
 /* "AGILE", "COMPATIBILITY" or "NOT SET" (with 4 or 11); release with FreeStringData. */
 ZEL_PLATFORM_API int GetEnrollmentMode(char** modeOut, int* modeLengthOut, const char* logFile);

@@ -7,7 +7,7 @@ root=$(pwd)
 
 scripts/bootstrap.sh
 cmake --preset windows-x64 >/dev/null
-cmake --build --preset windows-x64 --target zelplat
+cmake --build --preset windows-x64 --target zelplat zel_kit_agent
 
 wine64=/usr/lib/wine/wine64
 [ -x "$wine64" ] || wine64=$(command -v wine64)
@@ -17,8 +17,33 @@ export WINEPREFIX="$prefix" WINEDEBUG=-all
 
 echo "Preparing the sample workstation in $prefix ..."
 scripts/wine-prefix start "$prefix" >/dev/null
-trap 'scripts/wine-prefix stop "$prefix" >/dev/null' EXIT
+agent_pid=
+stop_demo() {
+    if [ -n "$agent_pid" ]; then
+        kill "$agent_pid" 2>/dev/null || true
+        wait "$agent_pid" 2>/dev/null || true
+    fi
+    scripts/wine-prefix stop "$prefix" >/dev/null
+}
+trap stop_demo EXIT
 "$wine64" reg import "Z:${root//\//\\}\\demo\\workstation.reg" </dev/null >/dev/null 2>&1
+
+# The Identity Agent the sample workstation has installed: the test kit's agent stand-in, which
+# does nothing but run, under the agent's executable name. It runs detached until the demo ends.
+agent_folder="$prefix/drive_c/Program Files (x86)/Vessant/Identity Agent"
+mkdir -p "$agent_folder"
+cp "$bin/zel_kit_agent.exe" "$agent_folder/IdentityAgent.exe"
+echo "Starting the Identity Agent (C:\Program Files (x86)\Vessant\Identity Agent\IdentityAgent.exe) ..."
+"$wine64" "C:\\Program Files (x86)\\Vessant\\Identity Agent\\IdentityAgent.exe" \
+    zel-demo-agent-stop zel-demo-agent-ready </dev/null >/dev/null 2>&1 &
+agent_pid=$!
+for _ in $(seq 50); do
+    if "$wine64" tasklist </dev/null 2>/dev/null | grep -qi '^IdentityAgent\.exe'; then
+        break
+    fi
+    sleep 0.2
+done
+echo
 
 # Shows each command, its answer and explanation, and a non-zero exit code.
 zelplat() {
@@ -37,3 +62,8 @@ zelplat enrollment get
 zelplat enrollment set agile
 zelplat file-version 'C:\windows\system32\kernel32.dll'
 zelplat file-version 'Z:'"${bin//\//\\}"'\ZelPlatformMethods64.dll'
+zelplat ia
+zelplat ia spring-check off
+zelplat ia --table
+zelplat ia spring-check default
+zelplat ia --table

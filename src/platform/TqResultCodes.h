@@ -18,6 +18,7 @@ enum ResultCode : int {
     kFunctionPointerNull = 5,
     kInvalidMemoryAllocation = 8,
     kNotFound = 11,
+    kBufferSizesDiffer = 12,
     kUnsupported = 14,
     kResourceDoesNotExist = 15,
     kAccessDenied = 16,

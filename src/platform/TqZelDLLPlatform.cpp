@@ -3,10 +3,12 @@
 #include "card/TqATRMiddleware.h"
 #include "card/TqEnrollmentMode.h"
 #include "card/TqPKCS11ActiveApplet.h"
+#include "identityagent/TqIdentityAgent.h"
 #include "logging/ZelLogger.h"
 #include "middleware/TqMiddlewareSearch.h"
 #include "middleware/TqOTMiddleware.h"
 #include "middleware/TqSupportedMiddleware.h"
+#include "platform/TqOutputText.h"
 #include "platform/TqResultCodes.h"
 #include "platform/TqWorkerFailure.h"
 
@@ -183,15 +185,44 @@ int TqZelDLLPlatform::detectIdentityAgent(char** jsonOut, int* jsonLengthOut,
     return inFrame(kName, logFile, jsonOut, [&](int& result) {
         requireArguments(jsonOut != nullptr && jsonLengthOut != nullptr, kInvalidOutputs, result);
         logEntered(kName);
-        throwNotAvailable(result);
+        // The organisation's agent first: where both are installed and running, it is the one
+        // in use. A detector that found nothing leaves a reset record behind.
+        IARecord record;
+        const int organisations = TqDetectKVRIdentityAgent(&record);
+        int bts = 0;
+        if (organisations <= 0) {
+            record = IARecord{};
+            bts = TqDetectBTIdentityAgent(&record);
+            if (bts <= 0) {
+                record = IARecord{};
+            }
+        }
+        std::string json;
+        result = TqDetectedIAtoJSONString(&record, json);
+        if (result != 0) {
+            throwWorkerFailure("TqDetectedIAtoJSONString failed. Error Code: ", result);
+        }
+        // One failed detector is no answer either way, the other one's is; with both failed an
+        // all-unknown document would read as "no agent", so the caller gets the failure.
+        if (organisations < 0 && bts < 0) {
+            result = bts;
+            throwWorkerFailure(
+                "TqDetectKVRIdentityAgent and TqDetectBTIdentityAgent failed. Error Code: ",
+                result);
+        }
+        TqHandOutText(json, jsonOut, jsonLengthOut);
     });
 }
 
-int TqZelDLLPlatform::setIdentityAgentSpringCheck(bool, const char* logFile) noexcept {
+int TqZelDLLPlatform::setIdentityAgentSpringCheck(bool enable, const char* logFile) noexcept {
     constexpr const char* kName = "TqZelDLLPlatform::setIdentityAgentSpringCheck";
     return inFrame(kName, logFile, nullptr, [&](int& result) {
         logEntered(kName);
-        throwNotAvailable(result);
+        // 11 (the agent is not running) is a refused switch, not an answer.
+        result = TqSetKVRIASpringCheck(enable);
+        if (TqWorkerFailed(TqFailureTest::kNonZero, result)) {
+            throwWorkerFailure("TqSetKVRIASpringCheck failed. Error Code: ", result);
+        }
     });
 }
 

@@ -13,8 +13,6 @@ using zeltest::PlatformDll;
 using zeltest::ScratchLogFile;
 
 char* const kGarbage = reinterpret_cast<char*>(0xDEADBEEF);
-const std::string kNotAvailable = "The operation is not available in this build. Error Code: "
-                                  "(0x0000000e) Unsupported feature, device or program.";
 const std::string kInvalidOutputs = "One or more calling arguments is invalid";
 
 class Exports : public ::testing::Test {
@@ -110,24 +108,6 @@ TEST_F(Exports, EveryExportRefusesNullArgumentsWithItsOwnText) {
             "[INFO] ZelPlatformMethods::ZelDLLCommonCPPGetFileVersion : Entered",
             "[ERROR] ZelPlatformMethods::ZelDLLCommonCPPGetFileVersion : " + kInvalidOutputs}),
         log.bodies());
-}
-
-TEST_F(Exports, OperationsWhoseWorkersAreNotInThisBuildAnswer14) {
-    char* text = kGarbage;
-    int length = -1;
-    EXPECT_EQ(14, api.DetectIdentityAgent(&text, &length, log.path()));
-    EXPECT_EQ(nullptr, text);
-    EXPECT_EQ(14, api.SetIdentityAgentSpringCheck(1, log.path()));
-    EXPECT_EQ(14, api.SetIdentityAgentSpringCheck(0, log.path()));
-    EXPECT_EQ(-1, length);
-    std::vector<std::string> expected;
-    for (const char* operation :
-         {"detectIdentityAgent", "setIdentityAgentSpringCheck", "setIdentityAgentSpringCheck"}) {
-        expected.push_back(std::string("[INFO] TqZelDLLPlatform::") + operation + " : Entered");
-        expected.push_back(std::string("[ERROR] TqZelDLLPlatform::") + operation + " : " +
-                           kNotAvailable);
-    }
-    EXPECT_EQ(expected, log.bodies());
 }
 
 TEST_F(Exports, SwitchThenGetRoundTripsThroughTheRegistry) {

@@ -1,5 +1,8 @@
 // The support tool as support staff run it: a separate process, its streams and exit code.
 #include "card/TqEnrollmentMode.h"
+#include "identityagent/IdentityAgentFixture.h"
+#include "identityagent/TqIdentityAgent.h"
+#include "support/KitProcesses.h"
 #include "support/TestSupport.h"
 #include "support/Workstation.h"
 
@@ -25,6 +28,8 @@ TEST_F(Zelplat, HelpListsTheCommandsAndExits0) {
     EXPECT_EQ(0u, run.out.find("usage: zelplat [--log FILE] COMMAND [ARGUMENTS]"));
     EXPECT_NE(std::string::npos, run.out.find("enrollment set AGILE|COMPATIBILITY"));
     EXPECT_NE(std::string::npos, run.out.find("file-version PATH"));
+    EXPECT_NE(std::string::npos, run.out.find("ia --table"));
+    EXPECT_NE(std::string::npos, run.out.find("ia spring-check off|default"));
     EXPECT_EQ("", run.err);
 }
 
@@ -77,6 +82,159 @@ TEST_F(Zelplat, LogOptionSendsTheLibrarysLinesToTheFile) {
 
 TEST_F(Zelplat, UnknownCommandOrMissingArgumentShowsUsageAndExits1) {
     for (const char* arguments : {"", "enrollment", "enrollment set", "frobnicate", "--log"}) {
+        const auto run = zelplat(arguments);
+        EXPECT_EQ(1u, run.exitCode) << arguments;
+        EXPECT_EQ("", run.out) << arguments;
+        EXPECT_NE(std::string::npos, run.err.find("usage: zelplat")) << arguments;
+    }
+}
+
+// --- the Identity Agent ------------------------------------------------------------------------
+
+// Standard output and error reach the files through the C runtime's text mode: every line feed,
+// also those inside the document and after a system text's own "\r\n", gains a carriage return.
+std::string textMode(const std::string& text) {
+    std::string converted;
+    for (const char c : text) {
+        if (c == '\n') {
+            converted += '\r';
+        }
+        converted += c;
+    }
+    return converted;
+}
+
+class ZelplatIdentityAgent : public iatest::IdentityAgentRegistry {
+protected:
+    static zeltest::ProcessResult zelplat(const std::string& arguments) {
+        return RunProgram("\"" + zeltest::BuiltFile("zelplat.exe") + "\" " + arguments);
+    }
+
+    static std::string noAgentKeys() {
+        return iatest::MissingKey(kTqIAUserKey) + iatest::MissingKey(kTqIAMachineKey32) +
+               iatest::MissingKey(kTqIAPolicyKey) + iatest::MissingKey(kTqIAUserKey);
+    }
+};
+
+const std::string kKVRFound = "TqDetectKVRIdentityAgent : Successfully detected KVR IA.\n";
+
+TEST_F(ZelplatIdentityAgent, IaPrintsTheDocumentAloneOnStandardOutput) {
+    installVessant();
+    zeltest::AgentStandIn agent(kTqKVRAgentExecutable);
+    ASSERT_TRUE(agent.running());
+    const auto run = zelplat("ia");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ(
+        textMode(iatest::Document("KVR", "2", "11", "on", "false", "false", "unknown") + "\n"),
+        run.out);
+    // The library's own lines go to standard error, in the order they were written.
+    EXPECT_EQ(textMode(noAgentKeys() + kKVRFound), run.err);
+}
+
+TEST_F(ZelplatIdentityAgent, SpringCheckOffThenDefaultShowInTheDocument) {
+    installVessant();
+    zeltest::AgentStandIn agent(kTqKVRAgentExecutable);
+    ASSERT_TRUE(agent.running());
+
+    auto run = zelplat("ia spring-check off");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ("", run.out);
+    EXPECT_EQ("", run.err);
+    run = zelplat("ia");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ(
+        textMode(iatest::Document("KVR", "2", "11", "off", "false", "true", "pending") + "\n"),
+        run.out);
+
+    run = zelplat("ia spring-check default");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ("", run.out);
+    EXPECT_EQ("", run.err);
+    EXPECT_FALSE(
+        zeltest::ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqCardRemovalCheckValue).present);
+    EXPECT_FALSE(zeltest::ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue).present);
+}
+
+TEST_F(ZelplatIdentityAgent, TableSummarisesASwitchedOffAgent) {
+    installVessant();
+    zeltest::AgentStandIn agent(kTqKVRAgentExecutable);
+    ASSERT_TRUE(agent.running());
+    ASSERT_EQ(0u, zelplat("ia spring-check off").exitCode);
+
+    auto run = zelplat("ia --table");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ("Agent:           KVR\r\n"
+              "Version:         11.2\r\n"
+              "Spring check:    off\r\n"
+              "Locked:          no\r\n"
+              "ZelCheck set:    yes\r\n"
+              "Restarted since: no (the switch waits for the agent to restart)\r\n",
+              run.out);
+
+    ASSERT_TRUE(agent.Stop());
+    zeltest::AgentStandIn restarted(kTqKVRAgentExecutable);
+    ASSERT_TRUE(restarted.running());
+    run = zelplat("ia --table");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_NE(std::string::npos, run.out.find("\r\nRestarted since: yes\r\n")) << run.out;
+}
+
+TEST_F(ZelplatIdentityAgent, TableOfALockedSettingAndOfNoAgent) {
+    installBTNewer();
+    zeltest::AgentStandIn agent(kTqBTAgentExecutable);
+    ASSERT_TRUE(agent.running());
+    zeltest::KitService checker;
+    ASSERT_TRUE(checker.Start());
+    auto run = zelplat("ia --table");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ("Agent:           BT\r\n"
+              "Version:         12.4\r\n"
+              "Spring check:    on\r\n"
+              "Locked:          yes (machine-wide or policy value)\r\n"
+              "ZelCheck set:    unknown\r\n"
+              "Restarted since: unknown\r\n",
+              run.out);
+    EXPECT_EQ(textMode("TqDetectBTIdentityAgent : Successfully detected BT IA.\n"), run.err);
+
+    ASSERT_TRUE(agent.Stop());
+    run = zelplat("ia --table");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ("Agent:           none installed and running\r\n"
+              "Version:         -\r\n"
+              "Spring check:    unknown\r\n"
+              "Locked:          unknown\r\n"
+              "ZelCheck set:    unknown\r\n"
+              "Restarted since: unknown\r\n",
+              run.out);
+}
+
+TEST_F(ZelplatIdentityAgent, SpringCheckOffWithoutTheAgentExplainsCode11) {
+    installVessant();
+    const auto run = zelplat("ia spring-check off");
+    EXPECT_EQ(11u, run.exitCode);
+    EXPECT_EQ("", run.out);
+    EXPECT_EQ("TqSetKVRIASpringCheck : TqIsProcessExecuting unsuccessful. Result Code: Process not "
+              "running\r\n"
+              "zelplat: (0x0000000b) Not found.\r\n",
+              run.err);
+    EXPECT_FALSE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqIAUserKey));
+}
+
+TEST_F(ZelplatIdentityAgent, FailedDetectionPrintsNoDocument) {
+    zeltest::DeleteKeyTree(HKEY_LOCAL_MACHINE, iatest::kUninstall32);
+    for (const char* arguments : {"ia", "ia --table"}) {
+        const auto run = zelplat(arguments);
+        EXPECT_EQ(static_cast<DWORD>(-15), run.exitCode) << arguments;
+        EXPECT_EQ("", run.out) << arguments;
+        EXPECT_NE(std::string::npos,
+                  run.err.find("zelplat: (0x0000000f) Requested Resource Does not exist.\r\n"))
+            << run.err;
+    }
+}
+
+TEST_F(ZelplatIdentityAgent, UnknownIaWordsShowUsageAndExit1) {
+    for (const char* arguments : {"ia spring-check", "ia spring-check on", "ia --tables",
+                                  "ia --table extra", "ia spring-check off now"}) {
         const auto run = zelplat(arguments);
         EXPECT_EQ(1u, run.exitCode) << arguments;
         EXPECT_EQ("", run.out) << arguments;
@@ -157,8 +315,9 @@ TEST_F(ZelplatMiddleware, OberthurExitsWith1WhenDetectedWithoutCallingItAFailure
 TEST_F(ZelplatMiddleware, AtrSetThenGet) {
     auto run = zelplat("atr set PIVMINIDRIVER");
     EXPECT_EQ(0u, run.exitCode);
-    // The library's own progress lines go to the process's standard output.
-    EXPECT_EQ(0u, run.out.find("TqSetATRMiddlewareDetection : 64Bit Env\r\n"));
+    // The library's own progress lines are moved to standard error: the output is the answer.
+    EXPECT_EQ("", run.out);
+    EXPECT_EQ(0u, run.err.find("TqSetATRMiddlewareDetection : 64Bit Env\r\n"));
     run = zelplat("atr get");
     EXPECT_EQ(0u, run.exitCode);
     EXPECT_EQ("PIVMINIDRIVER\r\n", run.out);

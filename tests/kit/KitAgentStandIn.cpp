@@ -3,8 +3,10 @@
 // terminated, and it waits without using the processor.
 //
 // Usage: KIT_AGENT STOP_EVENT READY_EVENT [OWNER_PID]
-//   STOP_EVENT   name of an existing event; the program ends with 0 once it is signalled.
-//   READY_EVENT  name of an existing event the program signals once it is up and waiting.
+//   STOP_EVENT   name of an event; the program ends with 0 once it is signalled.
+//   READY_EVENT  name of an event the program signals once it is up and waiting.
+//                Both are created when they do not exist yet, so that the program can also be
+//                started by hand (the demo runs it as the sample workstation's agent).
 //   OWNER_PID    id of the test process; the program also ends (with 6) when that process
 //                ends, so a test that dies leaves no agent behind for the tests after it.
 #include "hostutil/TqUniqueResource.h"
@@ -15,7 +17,7 @@ int main(int argc, char** argv) {
     if (argc < 3) {
         return 2;
     }
-    const TqUniqueHandle stop(::OpenEventA(SYNCHRONIZE, FALSE, argv[1]));
+    const TqUniqueHandle stop(::CreateEventA(nullptr, TRUE, FALSE, argv[1]));
     if (!stop) {
         return 3;
     }
@@ -27,7 +29,7 @@ int main(int argc, char** argv) {
             return 4;
         }
     }
-    const TqUniqueHandle ready(::OpenEventA(EVENT_MODIFY_STATE, FALSE, argv[2]));
+    const TqUniqueHandle ready(::CreateEventA(nullptr, TRUE, FALSE, argv[2]));
     if (!ready || !::SetEvent(ready.get())) {
         return 5;
     }

@@ -1,13 +1,15 @@
 // zelplat: asks ZelPlatformMethods64.dll the workstation questions, the way the client does.
 #include <windows.h>
 
+#include "IdentityAgentTable.h"
 #include "MiddlewareTable.h"
 #include "ZelPlatformMethods64.h"
 #include "hostutil/TqUniqueResource.h"
 #include "platform/TqResultCodes.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
+#include <io.h>
 #include <string>
 #include <vector>
 
@@ -29,108 +31,171 @@ const char kUsage[] =
     "  oberthur                             the OT middleware record (exit 1: detected)\n"
     "  atr get                              minidriver the JCOP 41 card entries name\n"
     "  atr set GEMSAFE|PIVMINIDRIVER        point the JCOP 41 card entries at a minidriver\n"
+    "  ia                                   the Identity Agent document (JSON)\n"
+    "  ia --table                           the Identity Agent and its spring check, readable\n"
+    "  ia spring-check off|default          switch the spring check off for this user, or\n"
+    "                                       back to the agent's default\n"
     "\n"
     "options:\n"
     "  --log FILE   append the library's log lines to FILE\n"
     "  --help       show this text\n"
     "\n"
-    "The answer goes to standard output; a failure is explained on standard error and its\n"
-    "result code is the exit code.\n";
+    "The answer goes to standard output, and nothing else does: the library's own progress\n"
+    "lines go to standard error. A failure is explained on standard error and its result\n"
+    "code is the exit code.\n";
 
 using Arguments = std::vector<std::string>;
+
+// What a command got from the library: its result and the text to print.
+struct Outcome {
+    int result = 0;
+    std::string answer;
+};
 
 struct Command {
     std::vector<const char*> words;
     std::size_t argumentCount;
-    int (*run)(const ZelPlatformExportedInterface& dll, const Arguments& arguments,
-               const char* logFile);
+    Outcome (*run)(const ZelPlatformExportedInterface& dll, const Arguments& arguments,
+                   const char* logFile);
     // Results from 0 up to this one are answers, not failures: nothing to explain.
     int highestAnswer = 0;
 };
 
-// Prints a text answer that the library handed out and gives it back to the library.
-int printAnswer(const ZelPlatformExportedInterface& dll, int result, char* text) {
-    if (text != nullptr) {
-        std::printf("%s\n", text);
-        dll.FreeStringData(&text);
-    }
-    return result;
+// Takes over a text the library handed out and gives the buffer back to the library.
+std::string takeText(const ZelPlatformExportedInterface& dll, char* text) {
+    std::string copy = text != nullptr ? text : "";
+    dll.FreeStringData(&text);
+    return copy;
 }
 
-// The same for a JSON document, which ends in its own line end or none.
-int printDocument(const ZelPlatformExportedInterface& dll, int result, char* text) {
-    if (text != nullptr) {
-        const std::size_t length = std::strlen(text);
-        std::printf(length > 0 && text[length - 1] == '\n' ? "%s" : "%s\n", text);
-        dll.FreeStringData(&text);
+// The text as printed lines: a line end after it unless it has its own.
+std::string asLines(std::string text) {
+    if (!text.empty() && text.back() != '\n') {
+        text += '\n';
     }
-    return result;
+    return text;
+}
+
+// A query whose answer is one text, printed as it is.
+template <typename Query> Outcome textAnswer(const ZelPlatformExportedInterface& dll, Query query) {
+    char* text = nullptr;
+    int length = 0;
+    Outcome outcome;
+    outcome.result = query(&text, &length);
+    outcome.answer = asLines(takeText(dll, text));
+    return outcome;
 }
 
 const Command kCommands[] = {
     {{"enrollment", "get"},
      0,
      [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
-         char* mode = nullptr;
-         int length = 0;
-         const int result = dll.GetEnrollmentMode(&mode, &length, logFile);
-         return printAnswer(dll, result, mode);
+         return textAnswer(dll, [&](char** text, int* length) {
+             return dll.GetEnrollmentMode(text, length, logFile);
+         });
      }},
     {{"enrollment", "set"},
      1,
      [](const ZelPlatformExportedInterface& dll, const Arguments& arguments, const char* logFile) {
-         return dll.SwitchEnrollmentMode(arguments[0].c_str(), logFile);
+         return Outcome{dll.SwitchEnrollmentMode(arguments[0].c_str(), logFile), {}};
      }},
     {{"file-version"},
      1,
      [](const ZelPlatformExportedInterface& dll, const Arguments& arguments, const char* logFile) {
-         char* version = nullptr;
-         int length = 0;
-         const int result = dll.GetFileVersion(arguments[0].c_str(), &version, &length, logFile);
-         return printAnswer(dll, result, version);
+         return textAnswer(dll, [&](char** text, int* length) {
+             return dll.GetFileVersion(arguments[0].c_str(), text, length, logFile);
+         });
      }},
     {{"middleware"},
      0,
      [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
-         char* document = nullptr;
-         int length = 0;
-         const int result = dll.SupportedMiddlewareDetection(&document, &length, logFile);
-         return printDocument(dll, result, document);
+         return textAnswer(dll, [&](char** text, int* length) {
+             return dll.SupportedMiddlewareDetection(text, length, logFile);
+         });
      }},
     {{"middleware", "--table"},
      0,
      [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
-         char* document = nullptr;
-         int length = 0;
-         const int result = dll.SupportedMiddlewareDetection(&document, &length, logFile);
-         if (document != nullptr) {
-             std::fputs(TqFormatMiddlewareTable(document).c_str(), stdout);
-             dll.FreeStringData(&document);
+         Outcome outcome = textAnswer(dll, [&](char** text, int* length) {
+             return dll.SupportedMiddlewareDetection(text, length, logFile);
+         });
+         if (!outcome.answer.empty()) {
+             outcome.answer = TqFormatMiddlewareTable(outcome.answer);
          }
-         return result;
+         return outcome;
      }},
     {{"oberthur"},
      0,
      [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
-         char* record = nullptr;
-         int length = 0;
-         const int result = dll.OberthurMiddlewareDetection(&record, &length, logFile);
-         return printDocument(dll, result, record);
+         return textAnswer(dll, [&](char** text, int* length) {
+             return dll.OberthurMiddlewareDetection(text, length, logFile);
+         });
      },
      1},
     {{"atr", "get"},
      0,
      [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
-         char* middleware = nullptr;
-         int length = 0;
-         const int result = dll.GetATRMiddlewareDetection(&middleware, &length, logFile);
-         return printAnswer(dll, result, middleware);
+         return textAnswer(dll, [&](char** text, int* length) {
+             return dll.GetATRMiddlewareDetection(text, length, logFile);
+         });
      }},
     {{"atr", "set"},
      1,
      [](const ZelPlatformExportedInterface& dll, const Arguments& arguments, const char* logFile) {
-         return dll.SetATRMiddlewareDetection(arguments[0].c_str(), logFile);
+         return Outcome{dll.SetATRMiddlewareDetection(arguments[0].c_str(), logFile), {}};
      }},
+    {{"ia"},
+     0,
+     [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
+         return textAnswer(dll, [&](char** text, int* length) {
+             return dll.DetectIdentityAgent(text, length, logFile);
+         });
+     }},
+    {{"ia", "--table"},
+     0,
+     [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
+         Outcome outcome = textAnswer(dll, [&](char** text, int* length) {
+             return dll.DetectIdentityAgent(text, length, logFile);
+         });
+         if (!outcome.answer.empty()) {
+             outcome.answer = TqFormatIdentityAgentTable(outcome.answer);
+         }
+         return outcome;
+     }},
+    {{"ia", "spring-check", "off"},
+     0,
+     [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
+         return Outcome{dll.SetIdentityAgentSpringCheck(0, logFile), {}};
+     }},
+    {{"ia", "spring-check", "default"},
+     0,
+     [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
+         return Outcome{dll.SetIdentityAgentSpringCheck(1, logFile), {}};
+     }},
+};
+
+// While it lives, what the library writes to standard output goes to standard error, so that
+// standard output carries the answer alone (a script can parse the document).
+class LibraryLinesToStandardError {
+public:
+    LibraryLinesToStandardError() : savedOutput_(_dup(1)) {
+        std::fflush(stdout);
+        if (savedOutput_ != -1) {
+            _dup2(2, 1);
+        }
+    }
+    ~LibraryLinesToStandardError() {
+        std::fflush(stdout);
+        if (savedOutput_ != -1) {
+            _dup2(savedOutput_, 1);
+            _close(savedOutput_);
+        }
+    }
+    LibraryLinesToStandardError(const LibraryLinesToStandardError&) = delete;
+    LibraryLinesToStandardError& operator=(const LibraryLinesToStandardError&) = delete;
+
+private:
+    int savedOutput_;
 };
 
 int usageError(const char* problem) {
@@ -144,6 +209,17 @@ std::string dllPathBesideThisProgram() {
     std::string folder(path, length);
     folder.erase(folder.find_last_of("\\/") + 1);
     return folder + "ZelPlatformMethods64.dll";
+}
+
+const Command* findCommand(const Arguments& words) {
+    for (const Command& candidate : kCommands) {
+        const std::size_t count = candidate.words.size();
+        if (words.size() == count + candidate.argumentCount &&
+            std::equal(candidate.words.begin(), candidate.words.end(), words.begin())) {
+            return &candidate;
+        }
+    }
+    return nullptr;
 }
 
 } // namespace
@@ -164,16 +240,7 @@ int main(int argc, char** argv) {
         haveLogFile = true;
         words.erase(words.begin(), words.begin() + 2);
     }
-
-    const Command* command = nullptr;
-    for (const Command& candidate : kCommands) {
-        const std::size_t count = candidate.words.size();
-        if (words.size() == count + candidate.argumentCount &&
-            std::equal(candidate.words.begin(), candidate.words.end(), words.begin())) {
-            command = &candidate;
-            break;
-        }
-    }
+    const Command* command = findCommand(words);
     if (command == nullptr) {
         return usageError(words.empty() ? "no command given" : "unknown command or arguments");
     }
@@ -196,10 +263,15 @@ int main(int argc, char** argv) {
 
     const Arguments arguments(words.begin() + static_cast<long>(command->words.size()),
                               words.end());
-    const int result = command->run(table, arguments, haveLogFile ? logFile.c_str() : nullptr);
-    std::fflush(stdout);
-    if (result < 0 || result > command->highestAnswer) {
-        std::fprintf(stderr, "zelplat: %s\n", TqGetCommonResultText(result).c_str());
+    Outcome outcome;
+    {
+        const LibraryLinesToStandardError libraryLines;
+        outcome = command->run(table, arguments, haveLogFile ? logFile.c_str() : nullptr);
     }
-    return result;
+    std::fputs(outcome.answer.c_str(), stdout);
+    std::fflush(stdout);
+    if (outcome.result < 0 || outcome.result > command->highestAnswer) {
+        std::fprintf(stderr, "zelplat: %s\n", TqGetCommonResultText(outcome.result).c_str());
+    }
+    return outcome.result;
 }

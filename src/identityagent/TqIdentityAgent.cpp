@@ -1,0 +1,205 @@
+#include "TqIdentityAgent.h"
+
+#include "hostutil/TqRegistrySearch.h"
+#include "platform/TqResultCodes.h"
+
+#include <cstring>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+constexpr const char* kKVRName = "TqDetectKVRIdentityAgent";
+constexpr const char* kBTName = "TqDetectBTIdentityAgent";
+constexpr const char* kJSONName = "TqDetectedIAtoJSONString";
+
+constexpr const char* kInvalidArguments = "Invalid argument(s) supplied.";
+
+// The organisation's agent was renamed; the current name is asked first.
+constexpr const char* kKVRDisplayNames[] = {"Vessant Identity Agent", "KVR Digital Identity Agent"};
+// A hit on the second name is the newer BT agent, whose card checker is its spring check.
+constexpr const char* kBTOlderDisplayName = "KVR Identity Agent";
+constexpr const char* kBTNewerDisplayName = "KVR Halden Identity Agent";
+
+// A new candidate: nothing of an earlier one may leak into its record.
+void startCandidate(IARecord& record, const char* displayName, const char* executable) {
+    record.productName = displayName;
+    record.vendor.clear();
+    record.major = 0;
+    record.minor = 0;
+    record.process = processRecord{};
+    std::strncpy(record.process.executableName, executable,
+                 sizeof record.process.executableName - 1);
+}
+
+int lookUpInstalled(IARecord& record) {
+    std::string keyPath;
+    return TqGetInstalledAppVerNo(nullptr, record.productName.c_str(), nullptr, &record.major,
+                                  &record.minor, &keyPath);
+}
+
+// Detectors report an exception on standard error and answer with the negative code set so
+// far. Only valid inside a catch handler.
+int reportDetectorFailure(const char* function, int resultSoFar) noexcept {
+    try {
+        try {
+            throw;
+        } catch (const std::exception& error) {
+            std::cerr << function << " : " << error.what() << std::endl;
+            return resultSoFar < 0 ? resultSoFar : -tq::kExceptionOccurred;
+        } catch (...) {
+            std::cerr << function << " : Unknown exception occurred - " << std::endl;
+        }
+    } catch (...) {
+        // Writing the diagnostic failed: the code still reaches the caller.
+    }
+    return -tq::kExceptionOccurred;
+}
+
+void progress(const char* function, const char* text) {
+    std::cout << function << " : " << text << std::endl;
+}
+
+// The word of a spring-check code: 0 and 1 have their own, any other number is "unknown".
+const char* wordOf(std::int32_t code, const char* zero, const char* one) {
+    return code == 0 ? zero : code == 1 ? one : "unknown";
+}
+
+// There is no "false": without a record nobody can tell whether the agent restarted.
+const char* rebootText(std::int32_t hasRebooted) {
+    switch (hasRebooted) {
+    case 1:
+        return "pending";
+    case 2:
+        return "true";
+    default:
+        return "unknown";
+    }
+}
+
+} // namespace
+
+int TqDetectKVRIdentityAgent(IARecord* record) {
+    int result = 0;
+    try {
+        if (record == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::invalid_argument(kInvalidArguments);
+        }
+        IARecord& agent = *record;
+        for (const char* displayName : kKVRDisplayNames) {
+            startCandidate(agent, displayName, kTqKVRAgentExecutable);
+            result = lookUpInstalled(agent);
+            if (result != 1) {
+                continue;
+            }
+            agent.vendor = "KVR";
+            if (TqIsProcessExecuting(kTqKVRAgentExecutable, true, &agent.process) != 1) {
+                progress(kKVRName, "KVR Identity Agent not executing.");
+                return 0;
+            }
+            result = TqGetProcessDateInfo(&agent.process, true);
+            if (result != 0) {
+                throw std::runtime_error("TqGetProcessDateInfo failed.");
+            }
+            result = TqDetectKVRIdentityAgentSpringCheck(&agent.springCheck, &agent.process);
+            if (result < 0) {
+                throw std::runtime_error("TqDetectKVRIdentityAgentSpringCheck failed.");
+            }
+            progress(kKVRName, "Successfully detected KVR IA.");
+            return 1;
+        }
+        if (result < 0) {
+            throw std::runtime_error(
+                "TqGetInstalledappVerNo failed to detect an Vessant/KVR Digital Identity Agent.");
+        }
+        return 0;
+    } catch (...) {
+        return reportDetectorFailure(kKVRName, result);
+    }
+}
+
+int TqDetectBTIdentityAgent(IARecord* record) {
+    int result = 0;
+    try {
+        if (record == nullptr) {
+            result = -tq::kInvalidArguments;
+            throw std::invalid_argument(kInvalidArguments);
+        }
+        IARecord& agent = *record;
+        agent.springCheck = springCheckBlock{};
+        startCandidate(agent, kBTOlderDisplayName, kTqBTAgentExecutable);
+        result = lookUpInstalled(agent);
+        const bool newer = result != 1;
+        if (newer) {
+            agent.springCheck = springCheckBlock{};
+            startCandidate(agent, kBTNewerDisplayName, kTqBTAgentExecutable);
+            result = lookUpInstalled(agent);
+            if (result < 0) {
+                throw std::runtime_error("TqGetInstalledappVerNo failed.");
+            }
+            if (result != 1) {
+                return 0;
+            }
+        }
+        agent.vendor = "BT";
+        if (TqIsProcessExecuting(kTqBTAgentExecutable, true, &agent.process) != 1) {
+            progress(kBTName, "BT Identity Agent not executing.");
+            return 0;
+        }
+        if (!newer) {
+            agent.springCheck.status = -1;
+            agent.springCheck.locked = -1;
+            progress(kBTName, "BT IA v11 Does not support CSP based Spring Check.");
+            return 1;
+        }
+        result = TqGetServiceStatus(kTqBTCardCheckerService);
+        if (result < 0) {
+            throw std::runtime_error("TqGetServiceStatus failed.");
+        }
+        // The card checker is installed for the whole machine: users cannot change it.
+        agent.springCheck.locked = 1;
+        if (result == SERVICE_RUNNING || result == SERVICE_STOPPED) {
+            agent.springCheck.status = result == SERVICE_RUNNING ? 1 : 0;
+            progress(kBTName, "Successfully detected BT IA.");
+        } else {
+            agent.springCheck.status = -1;
+            progress(kBTName, "Service in paused or pending state. Default to 'unknown'.");
+        }
+        return 1;
+    } catch (...) {
+        return reportDetectorFailure(kBTName, result);
+    }
+}
+
+int TqDetectedIAtoJSONString(const IARecord* record, std::string& json) {
+    try {
+        if (record == nullptr) {
+            throw std::invalid_argument(kInvalidArguments);
+        }
+        const IARecord& agent = *record;
+        const springCheckBlock& check = agent.springCheck;
+        // minVersion carries the minor number and maxVersion the major one: the client reads
+        // them under these names, so the crossing stays.
+        std::ostringstream document;
+        document << "{\n\t\"ia\":{\n\t\t\"name\": "
+                 << "\"" << (agent.vendor.empty() ? std::string("unknown") : agent.vendor)
+                 << "\",\n\t\t\"minVersion\": "
+                 << "\"" << static_cast<std::uint32_t>(agent.minor) << "\",\n\t\t\"maxVersion\": \""
+                 << static_cast<std::uint32_t>(agent.major)
+                 << "\"\n\t},\n\t\"springCheck\":{\n\t\t\"status\": \""
+                 << wordOf(check.status, "off", "on") << "\",\n\t\t\"locked\": \""
+                 << wordOf(check.locked, "false", "true") << "\","
+                 << "\n\t\t\"zelSet\": \"" << wordOf(check.zelSet, "false", "true")
+                 << "\"\n\t},\n\t\"os\":{\n\t\t\"hasRebooted\": \"" << rebootText(check.hasRebooted)
+                 << "\"\n\t}\n}";
+        json = document.str();
+        return 0;
+    } catch (const std::exception& error) {
+        std::cerr << kJSONName << " Exception Occurred - " << error.what() << std::endl;
+    } catch (...) {
+        std::cerr << kJSONName << " : Unknown exception occurred." << std::endl;
+    }
+    return tq::kExceptionOccurred;
+}
