@@ -323,13 +323,27 @@ TEST_F(ZelplatMiddleware, AtrSetThenGet) {
     EXPECT_EQ("PIVMINIDRIVER\r\n", run.out);
     run = zelplat("atr set gemsafe");
     EXPECT_EQ(14u, run.exitCode);
-    EXPECT_EQ("zelplat: (0x0000000e) Unsupported feature, device or program.\r\n", run.err);
+    EXPECT_EQ("TqSetATRMiddlewareDetection : [Error] Std Exception - Unsupported Middleware type "
+              "gemsafe\r\n"
+              "zelplat: (0x0000000e) Unsupported feature, device or program.\r\n",
+              run.err);
 }
 
 TEST_F(ZelplatMiddleware, AtrGetWithoutEntriesExplainsCode19) {
     const auto run = zelplat("atr get");
     EXPECT_EQ(19u, run.exitCode);
-    EXPECT_EQ("zelplat: (0x00000013) File access failed.\r\n", run.err);
+    EXPECT_EQ("", run.out);
+    // Standard error is in text mode: every line end the library writes gains a "\r".
+    std::string libraryLine =
+        "TqGetATRMiddlewareDetection : [Error] Exception Occurred - Failed to "
+        "open registry key SOFTWARE\\Microsoft\\Cryptography\\Calais\\"
+        "SmartCards\\JCOP 41 T=1(0x00000002) - " +
+        zeltest::SystemText(ERROR_FILE_NOT_FOUND) + "\n";
+    for (std::size_t at = libraryLine.find('\n'); at != std::string::npos;
+         at = libraryLine.find('\n', at + 2)) {
+        libraryLine.insert(at, "\r");
+    }
+    EXPECT_EQ(libraryLine + "zelplat: (0x00000013) File access failed.\r\n", run.err);
 }
 
 } // namespace
