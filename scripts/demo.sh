@@ -7,7 +7,7 @@ root=$(pwd)
 
 scripts/bootstrap.sh
 cmake --preset windows-x64 >/dev/null
-cmake --build --preset windows-x64 --target zelplat zel_kit_agent
+cmake --build --preset windows-x64 --target zelplat zel_kit_agent civ_idemia_awp
 
 wine64=/usr/lib/wine/wine64
 [ -x "$wine64" ] || wine64=$(command -v wine64)
@@ -27,6 +27,17 @@ stop_demo() {
 }
 trap stop_demo EXIT
 "$wine64" reg import "Z:${root//\//\\}\\demo\\workstation.reg" </dev/null >/dev/null 2>&1
+
+# The driver package of the Windows-Update minidriver: its multi-string values, and its folder
+# in the driver store.
+driver_key='HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\DriverSearching\DriverUpdates\scfilter_cid_c6ba7b16'
+"$wine64" reg add "$driver_key" /v HardwareIds /t REG_MULTI_SZ \
+    /d 'scfilter\cid_c6ba7b16-273e-5d46-8495-60e6786fcda0\0scfilter\generic' /f </dev/null >/dev/null 2>&1
+"$wine64" reg add "$driver_key" /v DriverPackageIds /t REG_MULTI_SZ \
+    /d 'civminidriver.inf_amd64_5f1d2e3c4b5a6978' /f </dev/null >/dev/null 2>&1
+package="$prefix/drive_c/windows/system32/DriverStore/FileRepository/civminidriver.inf_amd64_5f1d2e3c4b5a6978"
+mkdir -p "$package"
+cp "$bin/civ_idemia_awp.dll" "$package/CIVMinidriver64.dll"
 
 # The Identity Agent the sample workstation has installed: the test kit's agent stand-in, which
 # does nothing but run, under the agent's executable name. It runs detached until the demo ends.
@@ -62,6 +73,11 @@ zelplat enrollment get
 zelplat enrollment set agile
 zelplat file-version 'C:\windows\system32\kernel32.dll'
 zelplat file-version 'Z:'"${bin//\//\\}"'\ZelPlatformMethods64.dll'
+zelplat middleware --table
+zelplat middleware
+zelplat oberthur
+zelplat atr set PIVMINIDRIVER
+zelplat atr get
 zelplat ia
 zelplat ia spring-check off
 zelplat ia --table
