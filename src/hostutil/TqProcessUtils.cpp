@@ -3,6 +3,7 @@
 #include "hostutil/TqUniqueResource.h"
 #include "platform/TqErrorText.h"
 #include "platform/TqResultCodes.h"
+#include "platform/TqWindowsCallError.h"
 
 #include <psapi.h>
 #include <sddl.h>
@@ -29,31 +30,21 @@ constexpr const char* kInvalidArguments = "Invalid argument(s) supplied.";
 constexpr DWORD kMaxProcessIds = 2048;
 constexpr DWORD kImagePathCharacters = MAX_PATH;
 
-// The one mapping of Windows codes onto common codes that every host utility shares.
 int commonCodeOfWindowsError(DWORD code) {
-    switch (code) {
-    case ERROR_FILE_NOT_FOUND:
-        return -tq::kResourceDoesNotExist;
-    case ERROR_ACCESS_DENIED:
-        return -tq::kAccessDenied;
-    default:
-        return -tq::kInternalError;
-    }
+    return -TqCommonCodeOfWindowsError(code);
 }
 
 // A failed system call: its message, the Windows code and the result code the caller gets.
-class SystemCallError : public std::runtime_error {
+class SystemCallError : public TqWindowsCallError {
 public:
     SystemCallError(const std::string& message, DWORD code)
         : SystemCallError(message, code, commonCodeOfWindowsError(code)) {}
     SystemCallError(const std::string& message, DWORD code, int result)
-        : std::runtime_error(message), code_(code), result_(result) {}
+        : TqWindowsCallError(message, code), result_(result) {}
 
-    DWORD code() const noexcept { return code_; }
     int result() const noexcept { return result_; }
 
 private:
-    DWORD code_;
     int result_;
 };
 

@@ -4,6 +4,7 @@
 #include "TqUniqueResource.h"
 #include "platform/TqErrorText.h"
 #include "platform/TqResultCodes.h"
+#include "platform/TqWindowsCallError.h"
 
 #include <algorithm>
 #include <cstring>
@@ -26,25 +27,10 @@ constexpr const char* kUninstall32 =
     "SOFTWARE\\Wow6432Node\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
 
 // A failed registry call: the message and the Windows code behind it.
-class TqRegistryCallError : public std::runtime_error {
-public:
-    TqRegistryCallError(const std::string& message, LSTATUS code)
-        : std::runtime_error(message), code_(code) {}
-    LSTATUS code() const noexcept { return code_; }
+using TqRegistryCallError = TqWindowsCallError;
 
-private:
-    LSTATUS code_;
-};
-
-int mapWindowsError(LSTATUS code) noexcept {
-    switch (code) {
-    case ERROR_FILE_NOT_FOUND:
-        return -tq::kResourceDoesNotExist;
-    case ERROR_ACCESS_DENIED:
-        return -tq::kAccessDenied;
-    default:
-        return -tq::kInternalError;
-    }
+int mapWindowsError(std::uint32_t code) noexcept {
+    return -TqCommonCodeOfWindowsError(code);
 }
 
 // "<function> : <text>" for the exception being handled; the result set so far survives,

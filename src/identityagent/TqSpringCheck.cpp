@@ -5,6 +5,7 @@
 #include "hostutil/TqUniqueResource.h"
 #include "platform/TqErrorText.h"
 #include "platform/TqResultCodes.h"
+#include "platform/TqWindowsCallError.h"
 
 #include <algorithm>
 #include <array>
@@ -47,15 +48,7 @@ const SettingLocation kSettingLocations[] = {
 };
 
 // A failed registry call: the message and the Windows code behind it.
-class RegistryCallError : public std::runtime_error {
-public:
-    RegistryCallError(const std::string& message, LSTATUS code)
-        : std::runtime_error(message), code_(code) {}
-    LSTATUS code() const noexcept { return code_; }
-
-private:
-    LSTATUS code_;
-};
+using RegistryCallError = TqWindowsCallError;
 
 // What a catch handler learned about the exception it reported.
 struct CaughtFailure {
@@ -72,7 +65,7 @@ CaughtFailure reportCurrentFailure(const char* function) noexcept {
             throw;
         } catch (const RegistryCallError& error) {
             failure.standard = true;
-            failure.windowsCode = error.code();
+            failure.windowsCode = static_cast<LSTATUS>(error.code());
             std::cerr << function << " : " << error.what() << " Error Code "
                       << TqGetLastErrorAsString(static_cast<std::uint32_t>(error.code()))
                       << std::endl;
@@ -93,16 +86,10 @@ int positiveCodeOf(const CaughtFailure& failure, int resultSoFar) noexcept {
     if (!failure.standard) {
         return tq::kExceptionOccurred;
     }
-    switch (failure.windowsCode) {
-    case ERROR_SUCCESS:
+    if (failure.windowsCode == ERROR_SUCCESS) {
         return resultSoFar != 0 ? resultSoFar : tq::kExceptionOccurred;
-    case ERROR_FILE_NOT_FOUND:
-        return tq::kResourceDoesNotExist;
-    case ERROR_ACCESS_DENIED:
-        return tq::kAccessDenied;
-    default:
-        return tq::kInternalError;
     }
+    return TqCommonCodeOfWindowsError(static_cast<std::uint32_t>(failure.windowsCode));
 }
 
 void scrambleZelCheck(unsigned char* bytes) noexcept {

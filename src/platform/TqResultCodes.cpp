@@ -310,6 +310,17 @@ const char* TqGetSmartCardMessage(std::uint32_t code) {
     return findText(kSmartCardMessages, code);
 }
 
+int TqCommonCodeOfWindowsError(std::uint32_t windowsError) {
+    switch (windowsError) {
+    case 2:
+        return tq::kResourceDoesNotExist;
+    case 5:
+        return tq::kAccessDenied;
+    default:
+        return tq::kInternalError;
+    }
+}
+
 int TqMapFileVersionError(std::uint32_t windowsError) {
     switch (windowsError) {
     case 2:

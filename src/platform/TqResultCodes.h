@@ -52,5 +52,10 @@ std::string TqGetPKCS11ReturnValueText(std::uint32_t returnValue);
 // The message of a smart-card error code, or nullptr when the code has no row.
 const char* TqGetSmartCardMessage(std::uint32_t code);
 
+// The common code of a Windows error, as the host utilities and the setting writers report it:
+// 2 (file not found) gives 15, 5 (access denied) 16, anything else 4. Callers negate it where
+// their codes are negative.
+int TqCommonCodeOfWindowsError(std::uint32_t windowsError);
+
 // The result code that the file-version query reports for a Windows error.
 int TqMapFileVersionError(std::uint32_t windowsError);
