@@ -109,6 +109,24 @@ struct TqSCardHandleTraits {
     static void close(type card) noexcept { ::SCardDisconnect(card, SCARD_LEAVE_CARD); }
 };
 
+// A card handle that a minidriver session held in a transaction: the session ends by resetting
+// the card, so that no authenticated state outlives it.
+struct TqSCardSessionTraits {
+    using type = SCARDHANDLE;
+    static type invalid() noexcept { return 0; }
+    static void close(type card) noexcept {
+        ::SCardEndTransaction(card, SCARD_RESET_CARD);
+        ::SCardDisconnect(card, SCARD_RESET_CARD);
+    }
+};
+
+// Memory of the process heap (HeapAlloc), such as the buffers a minidriver host lends.
+struct TqProcessHeapTraits {
+    using type = void*;
+    static type invalid() noexcept { return nullptr; }
+    static void close(type memory) noexcept { ::HeapFree(::GetProcessHeap(), 0, memory); }
+};
+
 using TqUniqueRegKey = TqUniqueResource<TqRegKeyTraits>;
 using TqUniqueHandle = TqUniqueResource<TqKernelHandleTraits>;
 using TqUniqueFile = TqUniqueResource<TqFileHandleTraits>;
@@ -119,3 +137,5 @@ using TqUniqueCryptProv = TqUniqueResource<TqCryptProvTraits>;
 using TqUniqueCryptKey = TqUniqueResource<TqCryptKeyTraits>;
 using TqUniqueSCardContext = TqUniqueResource<TqSCardContextTraits>;
 using TqUniqueSCardHandle = TqUniqueResource<TqSCardHandleTraits>;
+using TqUniqueSCardSession = TqUniqueResource<TqSCardSessionTraits>;
+using TqUniqueHeapMemory = TqUniqueResource<TqProcessHeapTraits>;

@@ -1,13 +1,16 @@
 #include "TqZelDLLPlatform.h"
 
 #include "card/TqATRMiddleware.h"
+#include "card/TqCacheClearance.h"
 #include "card/TqEnrollmentMode.h"
+#include "card/TqMinidriverSession.h"
 #include "card/TqPKCS11ActiveApplet.h"
 #include "identityagent/TqIdentityAgent.h"
 #include "logging/ZelLogger.h"
 #include "middleware/TqMiddlewareSearch.h"
 #include "middleware/TqOTMiddleware.h"
 #include "middleware/TqSupportedMiddleware.h"
+#include "platform/TqErrorText.h"
 #include "platform/TqOutputText.h"
 #include "platform/TqResultCodes.h"
 #include "platform/TqWorkerFailure.h"
@@ -24,12 +27,17 @@ constexpr const char* kInvalidOutputs = "One or more calling arguments is invali
     throw std::runtime_error(prefix + TqGetCommonResultText(result));
 }
 
-// Operations whose workers this build does not contain answer 14.
-[[noreturn]] void throwNotAvailable(int& result) {
-    result = tq::kUnsupported;
-    throw std::runtime_error("The operation is not available in this build. Error Code: " +
-                             TqGetCommonResultText(result));
+// A failed minidriver step: the operation answers 4, the text is the smart-card message of the
+// step's own code.
+void requireMinidriverStep(int code, const char* prefix, int& result) {
+    if (code != 0) {
+        result = tq::kInternalError;
+        throw std::runtime_error(prefix +
+                                 TqGetSmartCardErrorText(static_cast<std::uint32_t>(code)));
+    }
 }
+
+constexpr int kCacheClearAttempts = 3;
 
 } // namespace
 
@@ -226,17 +234,38 @@ int TqZelDLLPlatform::setIdentityAgentSpringCheck(bool enable, const char* logFi
     });
 }
 
-int TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear(const char*, const char*,
+int TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear(const char* readerName, const char* pin,
                                                             const char* logFile) noexcept {
     constexpr const char* kName = "TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear";
     return inFrame(kName, logFile, nullptr, [&](int& result) {
         logEntered(kName);
-        throwNotAvailable(result);
+        // 0 to 3 are the sequence's answers (still invalid, valid, reset, no middleware).
+        result = TqOTS8SCardCheckAndCacheClear(readerName, pin, logFile);
+        if (TqWorkerFailed(TqFailureTest::kNegative, result)) {
+            throwWorkerFailure("TqOTS8SCardCheckAndCacheClear failed. Error Code: ", result);
+        }
     });
 }
 
-int TqZelDLLPlatform::OberthurCacheClear(const char*, const char*, const char* logFile) noexcept {
+int TqZelDLLPlatform::OberthurCacheClear(const char* minidriverName, const char* clearArgument,
+                                         const char* logFile) noexcept {
     constexpr const char* kName = "TqZelDLLPlatform::OberthurCacheClear";
     logEntered(kName); // before the caller's log file applies: it goes to the previous file
-    return inFrame(kName, logFile, nullptr, [&](int& result) { throwNotAvailable(result); });
+    return inFrame(kName, logFile, nullptr, [&](int& result) {
+        TqLogger().Log(kLogInfo, tag, kName, "Attempting to clear Smart Card Cache.");
+        CARD_DATA cardData{};
+        HMODULE module = nullptr;
+        requireMinidriverStep(TqInitMinidriver(minidriverName, &cardData, &module, logFile),
+                              "TqInitMinidriver failed. Error Code: ", result);
+        // A failed clear leaves the minidriver loaded and the card connected until the process
+        // ends, as the check-and-clear sequence does.
+        for (int attempt = 0; attempt < kCacheClearAttempts; ++attempt) {
+            requireMinidriverStep(
+                TqOTClearSeries8SmartCardCache(minidriverName, clearArgument, &cardData, logFile),
+                "TqOTClearSeries8SmartCardCache failed. Error Code: ", result);
+        }
+        requireMinidriverStep(TqUnintMinidriver(module, &cardData, logFile),
+                              "TqUnintMinidriver failed. Error Code: ", result);
+        TqLogger().Log(kLogInfo, tag, kName, "Attempt to clear Smart Card Cache completed.");
+    });
 }

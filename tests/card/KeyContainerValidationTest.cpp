@@ -37,15 +37,7 @@ std::string noteOnly(const std::string& both) {
 }
 
 CardState twoAppletCard() {
-    CardState state = zeltest::OberthurCardState();
-    state.containers = {
-        {"agile", "ORBEN_CCCA agile", KeyKind::kSignature, true, Shown::kAlways},
-        {"agile", "ORBEN_AUTH agile", KeyKind::kExchange, true, Shown::kAlways},
-        {"compatibility", "Default Key Container", KeyKind::kNone, false, Shown::kAlways},
-        {"compatibility", "ORBEN_CCCA compat", KeyKind::kSignature, true, Shown::kAlways},
-        {"compatibility", "ORBEN_AUTH compat", KeyKind::kExchange, true, Shown::kAlways},
-    };
-    return state;
+    return zeltest::ValidOberthurCardState();
 }
 
 class ContainerEnumeration : public ::testing::Test {

@@ -4,6 +4,7 @@
 #include "card/TqEnrollmentMode.h"
 #include "logging/ZelLogger.h"
 #include "support/TestSupport.h"
+#include "support/Workstation.h"
 
 #include <gtest/gtest.h>
 
@@ -16,8 +17,6 @@ namespace {
 using zeltest::ScratchLogFile;
 
 char* const kGarbage = reinterpret_cast<char*>(0xDEADBEEF);
-const std::string kNotAvailable = "The operation is not available in this build. Error Code: "
-                                  "(0x0000000e) Unsupported feature, device or program.";
 
 class PlatformFrame : public ::testing::Test {
 protected:
@@ -173,24 +172,60 @@ TEST_F(PlatformFrame, PKCS11RouteOfTheSwitchLeavesTheRegistryAlone) {
               bodies.back());
 }
 
-TEST_F(PlatformFrame, ClassOnlyOperationsWithoutWorkersAnswer14) {
-    EXPECT_EQ(14, platform.OberthurSeries8CardCheckAndCacheClear("Reader 0", "1234", log.path()));
-    EXPECT_EQ(
-        (std::vector<std::string>{
-            "[INFO] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : Entered",
-            "[ERROR] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : " + kNotAvailable}),
-        log.bodies());
+TEST_F(PlatformFrame, CardCheckWithoutReaderFailsWithTheSequencesCode) {
+    EXPECT_EQ(-1, platform.OberthurSeries8CardCheckAndCacheClear(nullptr, "1234", log.path()));
+    EXPECT_EQ((std::vector<std::string>{
+                  "[INFO] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : Entered",
+                  "[ERROR] TqCacheClearance::TqOTS8SCardCheckAndCacheClear : Exception occurred: "
+                  "One or more calling arguments is invalid.",
+                  "[ERROR] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : "
+                  "TqOTS8SCardCheckAndCacheClear failed. Error Code: (0x00000001) One or more "
+                  "invalid arguments."}),
+              log.bodies());
+}
+
+TEST_F(PlatformFrame, CardCheckAnswerOfThreeIsNoFailure) {
+    zeltest::Workstation workstation; // no OT middleware installed
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(3, platform.OberthurSeries8CardCheckAndCacheClear("Reader 0", "1234", log.path()));
+    EXPECT_EQ("TqOTS8SCardCheckAndCacheClear : Oberthur Middleware is not installed.\n",
+              testing::internal::GetCapturedStdout());
+    const auto bodies = log.bodies();
+    ASSERT_FALSE(bodies.empty());
+    EXPECT_EQ("[INFO] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : Entered",
+              bodies.front());
+    EXPECT_EQ("[INFO] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : Leaving",
+              bodies.back());
 }
 
 TEST_F(PlatformFrame, CacheClearLogsEnteredToThePreviouslySetFile) {
     ScratchLogFile previous;
     TqLogger().SetFileName(previous.path());
-    EXPECT_EQ(14, platform.OberthurCacheClear("Reader 0", "1234", log.path()));
+    EXPECT_EQ(4, platform.OberthurCacheClear("", "1234", log.path()));
     EXPECT_EQ(std::vector<std::string>{"[INFO] TqZelDLLPlatform::OberthurCacheClear : Entered"},
               previous.bodies());
-    EXPECT_EQ(
-        std::vector<std::string>{"[ERROR] TqZelDLLPlatform::OberthurCacheClear : " + kNotAvailable},
-        log.bodies());
+    const std::string unknownReader =
+        "The specified reader name is not recognized. Error Code: (0x80100009)";
+    EXPECT_EQ((std::vector<std::string>{
+                  "[INFO] TqZelDLLPlatform::OberthurCacheClear : Attempting to clear Smart Card "
+                  "Cache.",
+                  "[ERROR] TqZelPlatformMethods::TqInitMinidriver : Exception occurred: One or "
+                  "more calling arguments is invalid. Error Code: " +
+                      unknownReader,
+                  "[ERROR] TqZelDLLPlatform::OberthurCacheClear : TqInitMinidriver failed. Error "
+                  "Code: " +
+                      unknownReader}),
+              log.bodies());
+}
+
+TEST_F(PlatformFrame, CacheClearWithoutLogFileKeepsThePreviousOne) {
+    TqLogger().SetFileName(log.path());
+    EXPECT_EQ(4, platform.OberthurCacheClear(nullptr, nullptr, nullptr));
+    const auto bodies = log.bodies();
+    ASSERT_EQ(4u, bodies.size());
+    EXPECT_EQ("[INFO] TqZelDLLPlatform::OberthurCacheClear : Entered", bodies[0]);
+    EXPECT_EQ("[INFO] TqZelDLLPlatform::OberthurCacheClear : Attempting to clear Smart Card Cache.",
+              bodies[1]);
 }
 
 TEST_F(PlatformFrame, TagOfTheObjectPrefixesItsLines) {

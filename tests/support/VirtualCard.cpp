@@ -36,6 +36,20 @@ zelkit::CardState OberthurCardState() {
     return state;
 }
 
+zelkit::CardState ValidOberthurCardState() {
+    using zelkit::KeyKind;
+    using zelkit::Shown;
+    zelkit::CardState state = OberthurCardState();
+    state.containers = {
+        {"agile", "ORBEN_CCCA agile", KeyKind::kSignature, true, Shown::kAlways},
+        {"agile", "ORBEN_AUTH agile", KeyKind::kExchange, true, Shown::kAlways},
+        {"compatibility", "Default Key Container", KeyKind::kNone, false, Shown::kAlways},
+        {"compatibility", "ORBEN_CCCA compat", KeyKind::kSignature, true, Shown::kAlways},
+        {"compatibility", "ORBEN_AUTH compat", KeyKind::kExchange, true, Shown::kAlways},
+    };
+    return state;
+}
+
 void WriteCardState(const zelkit::CardState& state) {
     ASSERT_TRUE(zelkit::SaveCardState(state)) << zelkit::CardStatePath();
 }

@@ -19,6 +19,10 @@ std::string CspProviderKey(const std::string& providerName);
 // An inserted Oberthur card in kKitReader: PIN "1234", an 8-byte cardcf of 01 02 ... 08, no
 // containers, no refresh delay.
 zelkit::CardState OberthurCardState();
+// The same card with valid content on both applets: an "ORBEN_CCCA" signature and an
+// "ORBEN_AUTH" exchange container with certificates each, the compatibility applet also its
+// empty "Default Key Container".
+zelkit::CardState ValidOberthurCardState();
 
 void WriteCardState(const zelkit::CardState& state);
 zelkit::CardState ReadCardState(); // fails the test when there is none

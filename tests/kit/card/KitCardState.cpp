@@ -114,6 +114,14 @@ std::string FormatCardState(const CardState& state) {
         << "pin=" << state.pin << "\n"
         << "cardcf=" << toHex(state.cardcf) << "\n"
         << "refreshAfterBumps=" << state.refreshAfterBumps << "\n";
+    if (state.acquireContextError != 0) {
+        char code[16];
+        std::snprintf(code, sizeof code, "%08lX", state.acquireContextError);
+        out << "acquireContextError=" << code << "\n";
+    }
+    if (state.readOnly) {
+        out << "readOnly=1\n";
+    }
     for (const Container& container : state.containers) {
         out << "container=" << container.applet << "|" << container.name << "|"
             << keyName(container.key) << "|" << (container.certificate ? "certificate" : "none")
@@ -153,6 +161,10 @@ CardState ParseCardState(const std::string& text) {
             state.cardcf = fromHex(value);
         } else if (name == "refreshAfterBumps") {
             state.refreshAfterBumps = static_cast<unsigned>(std::stoul(value));
+        } else if (name == "acquireContextError") {
+            state.acquireContextError = std::stoul(value, nullptr, 16);
+        } else if (name == "readOnly") {
+            state.readOnly = value != "0";
         } else if (name == "container") {
             state.containers.push_back(parseContainer(value));
         } else if (name == "cacheBumps") {

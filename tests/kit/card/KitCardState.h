@@ -9,6 +9,8 @@
 //   cardcf=0001020304050607           the "cardcf" file, hexadecimal
 //   refreshAfterBumps=N               containers shown "before-refresh" give way to those shown
 //                                     "after-refresh" once cardcf has been written N times
+//   acquireContextError=8010001C      non-zero: the minidriver refuses CardAcquireContext with it
+//   readOnly=1                        the minidriver refuses to write files
 //   container=APPLET|NAME|KEY|CERT|SHOWN
 //       APPLET agile|compatibility, KEY signature|exchange|none, CERT certificate|none,
 //       SHOWN always|before-refresh|after-refresh
@@ -39,6 +41,8 @@ struct CardState {
     std::string pin = "1234";
     std::vector<unsigned char> cardcf;
     unsigned refreshAfterBumps = 0;
+    unsigned long acquireContextError = 0;
+    bool readOnly = false;
     std::vector<Container> containers;
 
     unsigned cacheBumps = 0;

@@ -20,6 +20,8 @@ constexpr DWORD kUnsupported = 0x80100022;
 constexpr DWORD kFileNotFound = 0x80100024;
 constexpr DWORD kSecurityViolation = 0x8010006A;
 constexpr DWORD kWrongPin = 0x8010006B;
+constexpr DWORD kRemovedCard = 0x80100069;
+constexpr DWORD kReadOnlyCard = 0x80100034;
 
 struct Session {
     bool userAuthenticated = false;
@@ -101,14 +103,21 @@ DWORD WINAPI readFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags,
         return kFileNotFound;
     }
     wchar_t tag[] = L"cardcf";
-    if (card->pfnCspCacheLookupFile != nullptr &&
-        card->pfnCspCacheLookupFile(card->pvCacheContext, tag, 0, data, size) == 0) {
+    DWORD lookup = ERROR_NOT_FOUND;
+    if (card->pfnCspCacheLookupFile != nullptr) {
+        lookup = card->pfnCspCacheLookupFile(card->pvCacheContext, tag, 0, data, size);
+        zelkit::RecordEvent("CspCacheLookupFile cardcf answered " + std::to_string(lookup));
+    }
+    if (lookup == 0) {
         zelkit::RecordEvent("CardReadFile cardcf from the cache");
         return 0;
     }
     zelkit::CardState state;
     if (!zelkit::LoadCardState(state)) {
         return kInvalidHandle;
+    }
+    if (!state.inserted) {
+        return kRemovedCard;
     }
     const DWORD length = static_cast<DWORD>(state.cardcf.size());
     *data = static_cast<PBYTE>(card->pfnCspAlloc(length != 0 ? length : 1));
@@ -138,6 +147,16 @@ DWORD WINAPI writeFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags
     if (!session->userAuthenticated) {
         return kSecurityViolation;
     }
+    zelkit::CardState state;
+    if (!zelkit::LoadCardState(state)) {
+        return kInvalidHandle;
+    }
+    if (!state.inserted) {
+        return kRemovedCard;
+    }
+    if (state.readOnly) {
+        return kReadOnlyCard;
+    }
     zelkit::UpdateCardState([&](zelkit::CardState& state) {
         state.cardcf.assign(data, data + size);
         ++state.cacheBumps;
@@ -164,6 +183,10 @@ extern "C" __declspec(dllexport) DWORD WINAPI CardAcquireContext(PCARD_DATA card
     if (!zelkit::LoadCardState(state) ||
         std::vector<unsigned char>(card->pbAtr, card->pbAtr + card->cbAtr) != state.atr) {
         return kUnknownCard;
+    }
+    if (state.acquireContextError != 0) {
+        zelkit::RecordEvent("CardAcquireContext refused");
+        return static_cast<DWORD>(state.acquireContextError);
     }
     // The card's transaction lasts as long as this context, as the caller ends it.
     const LONG began = ::SCardBeginTransaction(card->hScard);

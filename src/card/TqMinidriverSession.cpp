@@ -1,0 +1,280 @@
+#include "TqMinidriverSession.h"
+
+#include "card/TqCacheFreshness.h"
+#include "hostutil/TqUniqueResource.h"
+#include "logging/ZelLogger.h"
+#include "platform/TqErrorText.h"
+#include "platform/TqWorkerFailure.h"
+
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr const char* kInitName = "TqInitMinidriver";
+constexpr const char* kClearName = "TqOTClearSeries8SmartCardCache";
+constexpr const char* kUninitName = "TqUnintMinidriver";
+
+constexpr DWORD kAtrBufferSize = 32;
+constexpr int kCardNameCapacity = 33; // wide characters, with the NUL
+constexpr DWORD kProviderNameCapacity = 256;
+
+void applyLogFile(const char* logFile) {
+    if (logFile != nullptr) {
+        TqLogger().SetFileName(logFile);
+    }
+}
+
+// A failed step: its code becomes the worker's result, the text says which call failed.
+[[noreturn]] void failStep(int& result, DWORD code, const char* prefix) {
+    result = static_cast<int>(code);
+    throw std::runtime_error(prefix + TqGetSmartCardErrorText(code));
+}
+
+// The host side of the minidriver interface. Nothing is cached on this host, so every lookup
+// misses and the minidriver always reads the card itself: a stale host cache is exactly what
+// this session is meant to get past.
+LPVOID WINAPI cspAlloc(SIZE_T size) {
+    return ::HeapAlloc(::GetProcessHeap(), HEAP_ZERO_MEMORY, size);
+}
+LPVOID WINAPI cspReAlloc(LPVOID address, SIZE_T size) {
+    return ::HeapReAlloc(::GetProcessHeap(), HEAP_ZERO_MEMORY, address, size);
+}
+void WINAPI cspFree(LPVOID address) {
+    if (address != nullptr) {
+        ::HeapFree(::GetProcessHeap(), 0, address);
+    }
+}
+DWORD WINAPI cspCacheAddFile(PVOID, LPWSTR, DWORD, PBYTE, DWORD) {
+    return 0;
+}
+DWORD WINAPI cspCacheLookupFile(PVOID, LPWSTR, DWORD, PBYTE*, PDWORD) {
+    return ERROR_NOT_FOUND;
+}
+DWORD WINAPI cspCacheDeleteFile(PVOID, LPWSTR, DWORD) {
+    return 0;
+}
+
+bool isFullPath(const char* name) {
+    const bool drive = ((name[0] >= 'A' && name[0] <= 'Z') || (name[0] >= 'a' && name[0] <= 'z')) &&
+                       name[1] == ':' && (name[2] == '\\' || name[2] == '/');
+    const bool share = name[0] == '\\' && name[1] == '\\';
+    return drive || share;
+}
+
+// A bare file name is looked for in the system folder only, never along the default search
+// order (which starts with the host's own folder); a full path is loaded as it stands. Anything
+// in between names no definite file and is refused.
+HMODULE loadMinidriver(const char* name) {
+    if (std::strpbrk(name, "\\/:") == nullptr) {
+        return ::LoadLibraryExA(name, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    }
+    if (isFullPath(name)) {
+        return ::LoadLibraryExA(name, nullptr, 0);
+    }
+    ::SetLastError(ERROR_BAD_PATHNAME);
+    return nullptr;
+}
+
+TqUniqueHeapMemory heapCopy(const void* data, SIZE_T size, int& result) {
+    TqUniqueHeapMemory copy(cspAlloc(size));
+    if (!copy) {
+        failStep(result, static_cast<DWORD>(SCARD_E_NO_MEMORY), "HeapAlloc failed. Error Code: ");
+    }
+    std::memcpy(copy.get(), data, size);
+    return copy;
+}
+
+// The card's name as the minidriver expects it, or nothing when it cannot be converted.
+TqUniqueHeapMemory wideCardName(int& result) {
+    TqUniqueHeapMemory name(cspAlloc(kCardNameCapacity * sizeof(wchar_t)));
+    if (!name) {
+        failStep(result, static_cast<DWORD>(SCARD_E_NO_MEMORY), "HeapAlloc failed. Error Code: ");
+    }
+    if (::MultiByteToWideChar(CP_THREAD_ACP, 0, kTqOberthurCardName, -1,
+                              static_cast<LPWSTR>(name.get()), kCardNameCapacity) == 0) {
+        name.reset();
+    }
+    return name;
+}
+
+void openSession(const char* readerName, CARD_DATA& cardData, HMODULE& module, int& result) {
+    TqUniqueSCardContext context;
+    LONG status = ::SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, context.put());
+    if (status != SCARD_S_SUCCESS) {
+        failStep(result, static_cast<DWORD>(status), "SCardEstablishContext failed. Error Code: ");
+    }
+    char minidriverName[kProviderNameCapacity] = {};
+    DWORD nameLength = kProviderNameCapacity;
+    // Only the length tells: an unknown card and a card without a minidriver both leave it 0.
+    ::SCardGetCardTypeProviderNameA(context.get(), kTqOberthurCardName, SCARD_PROVIDER_CARD_MODULE,
+                                    minidriverName, &nameLength);
+    if (nameLength == 0) {
+        failStep(result, static_cast<DWORD>(SCARD_E_UNKNOWN_CARD),
+                 "SCardGetCardTypeProviderName failed. Error Code: ");
+    }
+    minidriverName[kProviderNameCapacity - 1] = '\0';
+
+    TqUniqueSCardHandle card;
+    DWORD protocol = 0;
+    status = ::SCardConnectA(context.get(), readerName, SCARD_SHARE_SHARED,
+                             SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, card.put(), &protocol);
+    if (status != SCARD_S_SUCCESS) {
+        failStep(result, static_cast<DWORD>(status), "SCardConnect failed. Error Code: ");
+    }
+    BYTE atr[kAtrBufferSize] = {};
+    DWORD atrLength = kAtrBufferSize;
+    DWORD state = 0;
+    status = ::SCardStatusA(card.get(), nullptr, nullptr, &state, &protocol, atr, &atrLength);
+    if (status != SCARD_S_SUCCESS) {
+        failStep(result, static_cast<DWORD>(status), "SCardStatus failed. Error Code: ");
+    }
+
+    // The lent buffers are declared before the module: on a failure they go after it.
+    TqUniqueHeapMemory atrCopy = heapCopy(atr, kAtrBufferSize, result);
+    TqUniqueHeapMemory cardName = wideCardName(result);
+    TqUniqueModule minidriver(loadMinidriver(minidriverName));
+    if (!minidriver) {
+        const DWORD error = ::GetLastError();
+        result = static_cast<int>(error);
+        throw std::runtime_error("LoadLibrary failed. Error Code: " +
+                                 TqGetLastErrorAsString(error));
+    }
+    const auto acquire = reinterpret_cast<PFN_CARD_ACQUIRE_CONTEXT>(
+        reinterpret_cast<void*>(::GetProcAddress(minidriver.get(), "CardAcquireContext")));
+    if (acquire == nullptr) {
+        failStep(result, ::GetLastError(), "GetProcAddress failed. Error Code: ");
+    }
+
+    cardData.dwVersion = CARD_DATA_CURRENT_VERSION;
+    cardData.pbAtr = static_cast<PBYTE>(atrCopy.get());
+    cardData.cbAtr = atrLength;
+    cardData.pwszCardName = static_cast<LPWSTR>(cardName.get());
+    cardData.pfnCspAlloc = &cspAlloc;
+    cardData.pfnCspReAlloc = &cspReAlloc;
+    cardData.pfnCspFree = &cspFree;
+    cardData.pfnCspCacheAddFile = &cspCacheAddFile;
+    cardData.pfnCspCacheLookupFile = &cspCacheLookupFile;
+    cardData.pfnCspCacheDeleteFile = &cspCacheDeleteFile;
+    cardData.hSCardCtx = context.get();
+    cardData.hScard = card.get();
+    const DWORD acquired = acquire(&cardData, 0);
+    if (acquired != 0) {
+        // Nothing in the table may point at what the owners are about to release.
+        std::memset(&cardData, 0, sizeof cardData);
+        failStep(result, acquired, "CardAcquireContext failed. Error Code: ");
+    }
+    // From here TqUnintMinidriver owns all of it.
+    atrCopy.release();
+    cardName.release();
+    context.release();
+    card.release();
+    module = minidriver.release();
+}
+
+// The PIN as the minidriver takes it: a byte buffer of its own, wiped before it is released.
+class PinBytes {
+public:
+    explicit PinBytes(const char* pin) : bytes_(pin, pin + std::strlen(pin)) {}
+    ~PinBytes() { ::SecureZeroMemory(bytes_.data(), bytes_.size()); }
+    PinBytes(const PinBytes&) = delete;
+    PinBytes& operator=(const PinBytes&) = delete;
+
+    PBYTE data() noexcept { return bytes_.data(); }
+    DWORD size() const noexcept { return static_cast<DWORD>(bytes_.size()); }
+
+private:
+    std::vector<BYTE> bytes_;
+};
+
+void authenticateUser(CARD_DATA& cardData, const char* pin, int& result) {
+    wchar_t user[] = L"user";
+    PinBytes bytes(pin);
+    DWORD attemptsRemaining = 0;
+    const DWORD status = cardData.pfnCardAuthenticatePin(&cardData, user, bytes.data(),
+                                                         bytes.size(), &attemptsRemaining);
+    if (status != 0) {
+        failStep(result, status, "CardAuthenticatePin failed. Error Code: ");
+    }
+}
+
+bool usableTable(const CARD_DATA* cardData) {
+    return cardData != nullptr && cardData->pfnCardAuthenticatePin != nullptr &&
+           cardData->pfnCardReadFile != nullptr && cardData->pfnCardWriteFile != nullptr;
+}
+
+} // namespace
+
+int TqInitMinidriver(const char* readerName, CARD_DATA* cardData, HMODULE* module,
+                     const char* logFile) {
+    return TqRunWorker(kInitName, [&](int& result) {
+        applyLogFile(logFile);
+        if (readerName == nullptr || readerName[0] == '\0') {
+            failStep(result, static_cast<DWORD>(SCARD_E_UNKNOWN_READER),
+                     "One or more calling arguments is invalid. Error Code: ");
+        }
+        if (cardData == nullptr || module == nullptr) {
+            failStep(result, static_cast<DWORD>(SCARD_E_INVALID_PARAMETER),
+                     "One or more calling arguments is invalid. Error Code: ");
+        }
+        std::memset(cardData, 0, sizeof *cardData);
+        *module = nullptr;
+        openSession(readerName, *cardData, *module, result);
+    });
+}
+
+int TqOTClearSeries8SmartCardCache(const char* readerName, const char* pin, CARD_DATA* cardData,
+                                   const char* logFile) {
+    return TqRunWorker(kClearName, [&](int& result) {
+        applyLogFile(logFile);
+        if (readerName == nullptr || readerName[0] == '\0' || pin == nullptr || pin[0] == '\0' ||
+            !usableTable(cardData)) {
+            result = static_cast<int>(SCARD_E_INVALID_PARAMETER);
+            throw std::runtime_error("One or more calling arguments is invalid.");
+        }
+        authenticateUser(*cardData, pin, result);
+
+        char root[] = "";
+        char cacheFile[] = "cardcf";
+        PBYTE current = nullptr;
+        DWORD currentSize = 0;
+        const DWORD read =
+            cardData->pfnCardReadFile(cardData, root, cacheFile, 0, &current, &currentSize);
+        if (read != 0) {
+            failStep(result, read, "CardReadFile failed. Error Code: ");
+        }
+        TqCacheFileBytes bumped =
+            TqBumpCacheFreshness(current, current != nullptr ? currentSize : 0);
+        if (current != nullptr && cardData->pfnCspFree != nullptr) {
+            cardData->pfnCspFree(current);
+        }
+        const DWORD written = cardData->pfnCardWriteFile(
+            cardData, root, cacheFile, 0, bumped.data(), static_cast<DWORD>(bumped.size()));
+        if (written != 0) {
+            failStep(result, written, "CardWriteFile failed. Error Code: ");
+        }
+    });
+}
+
+int TqUnintMinidriver(HMODULE module, CARD_DATA* cardData, const char* logFile) {
+    return TqRunWorker(kUninitName, [&](int& result) {
+        applyLogFile(logFile);
+        if (cardData == nullptr) {
+            constexpr DWORD kNoTable = static_cast<DWORD>(SCARD_E_COMM_DATA_LOST);
+            result = static_cast<int>(kNoTable);
+            TqLogger().Log(kLogError, kTqWorkerTag, kUninitName,
+                           "pCardData argument is invalid. " + TqGetSmartCardErrorText(kNoTable));
+            return;
+        }
+        // Released in reverse order: the card (its transaction ended, the card reset), the
+        // context, the module, and last the buffers the minidriver may have kept pointers to.
+        const TqUniqueHeapMemory atr(std::exchange(cardData->pbAtr, nullptr));
+        const TqUniqueHeapMemory cardName(std::exchange(cardData->pwszCardName, nullptr));
+        const TqUniqueModule minidriver(module);
+        const TqUniqueSCardContext context(std::exchange(cardData->hSCardCtx, 0));
+        const TqUniqueSCardSession card(std::exchange(cardData->hScard, 0));
+    });
+}
