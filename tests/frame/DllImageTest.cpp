@@ -123,6 +123,26 @@ TEST(DllImage, VersionResourceNamesTheProductAndItsVersion) {
     EXPECT_STREQ("1.0.0.0", text);
 }
 
+TEST(DllImage, DistributionCopyIsStrippedButExportsAndLoadsTheSame) {
+    const std::string copy = zeltest::ProgramFolder() + "..\\dist\\ZelPlatformMethods64.dll";
+    const PeFile pe(copy);
+    ASSERT_NE(nullptr, pe.headers()) << copy;
+    EXPECT_EQ(0u, pe.headers()->FileHeader.NumberOfSymbols); // no symbol table left
+    EXPECT_EQ(exportNames(PeFile(zeltest::BuiltFile("ZelPlatformMethods64.dll"))), exportNames(pe));
+    const TqUniqueModule module(::LoadLibraryA(copy.c_str()));
+    ASSERT_TRUE(module.valid()) << ::GetLastError();
+    const auto getInterface = reinterpret_cast<ZelPlatformGetExportedInterfaceFn>(
+        reinterpret_cast<void*>(::GetProcAddress(module.get(), "ZelPlatformGetExportedInterface")));
+    ASSERT_NE(nullptr, getInterface);
+    ZelPlatformExportedInterface table{};
+    EXPECT_EQ(0, getInterface(&table));
+    char* version = nullptr;
+    int length = 0;
+    EXPECT_EQ(0, table.GetFileVersion(copy.c_str(), &version, &length, nullptr));
+    EXPECT_STREQ("1", version);
+    table.FreeStringData(&version);
+}
+
 TEST(DllImage, ImportLibraryIsProduced) {
     const std::string lib = zeltest::ProgramFolder() + "..\\lib\\ZelPlatformMethods64.lib";
     EXPECT_NE(INVALID_FILE_ATTRIBUTES, ::GetFileAttributesA(lib.c_str())) << lib;
