@@ -85,3 +85,44 @@ TEST(IdemiaNameFilter, RejectsANameWithoutBracketedWordSize) {
 }
 
 } // namespace
+
+namespace {
+
+struct Split {
+    std::string build = "build before";
+    std::string revision = "revision before";
+};
+
+Split splitVersion(const std::string& version) {
+    Split split;
+    TqSplitDisplayVersion(version, split.build, split.revision);
+    return split;
+}
+
+TEST(SplitDisplayVersion, FourPartsGiveRevisionAndBuildNumber) {
+    const Split split = splitVersion("7.3.1.23");
+    EXPECT_EQ("1", split.revision);
+    EXPECT_EQ("23", split.build);
+}
+
+TEST(SplitDisplayVersion, FurtherPartsAreIgnored) {
+    const Split split = splitVersion("1.2.3.4.5");
+    EXPECT_EQ("3", split.revision);
+    EXPECT_EQ("4", split.build);
+}
+
+TEST(SplitDisplayVersion, ThreePartsOrFewerChangeNothing) {
+    for (const char* version : {"7.3.1", "7.3", "7", ""}) {
+        const Split split = splitVersion(version);
+        EXPECT_EQ("revision before", split.revision) << version;
+        EXPECT_EQ("build before", split.build) << version;
+    }
+}
+
+TEST(SplitDisplayVersion, PartsNeedNotBeNumbers) {
+    const Split split = splitVersion("a.b.rc1.x y");
+    EXPECT_EQ("rc1", split.revision);
+    EXPECT_EQ("x y", split.build);
+}
+
+} // namespace
