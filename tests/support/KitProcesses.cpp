@@ -119,9 +119,10 @@ AgentStandIn::AgentStandIn(const std::string& executableName, const char* proces
     startup.cb = sizeof startup;
     PROCESS_INFORMATION created{};
     // Detached: the stand-in must not hold the test runner's output streams.
-    if (!::CreateProcessA(imagePath_.c_str(), commandLine.data(),
-                          descriptor != nullptr ? &attributes : nullptr, nullptr, FALSE,
-                          DETACHED_PROCESS, nullptr, folder_.c_str(), &startup, &created)) {
+    const BOOL started = CreateTestProcess(imagePath_.c_str(), commandLine,
+                                           descriptor != nullptr ? &attributes : nullptr, FALSE,
+                                           DETACHED_PROCESS, folder_.c_str(), startup, created);
+    if (!started) {
         ADD_FAILURE() << "CreateProcess failed (" << ::GetLastError() << "): " << commandLine;
         return;
     }

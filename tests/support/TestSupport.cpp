@@ -208,6 +208,23 @@ DeniedKey::~DeniedKey() {
     }
 }
 
+BOOL CreateTestProcess(const char* application, std::string& commandLine,
+                       SECURITY_ATTRIBUTES* processAttributes, BOOL inheritHandles, DWORD flags,
+                       const char* folder, STARTUPINFOA& startup, PROCESS_INFORMATION& created) {
+    BOOL started = FALSE;
+    for (int attempt = 0; attempt < 3 && !started; ++attempt) {
+        started = ::CreateProcessA(application, commandLine.data(), processAttributes, nullptr,
+                                   inheritHandles, flags, nullptr, folder, &startup, &created);
+        if (!started && ::GetLastError() != ERROR_INTERNAL_ERROR) {
+            break;
+        }
+        if (!started) {
+            ::Sleep(100);
+        }
+    }
+    return started;
+}
+
 ProcessResult RunProgram(const std::string& commandLine) {
     ProcessResult result;
     const std::string outPath = uniqueTempPath("zel-out", ".txt");
@@ -226,8 +243,7 @@ ProcessResult RunProgram(const std::string& commandLine) {
         startup.hStdError = err.get();
         PROCESS_INFORMATION process{};
         std::string mutableLine = commandLine;
-        if (!::CreateProcessA(nullptr, mutableLine.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                              nullptr, &startup, &process)) {
+        if (!CreateTestProcess(nullptr, mutableLine, nullptr, TRUE, 0, nullptr, startup, process)) {
             ADD_FAILURE() << "CreateProcess failed (" << ::GetLastError() << "): " << commandLine;
             return result;
         }

@@ -76,6 +76,12 @@ private:
     std::vector<BYTE> original_;
 };
 
+// CreateProcessA for the tests. Under heavy load Wine now and then refuses a start with
+// ERROR_INTERNAL_ERROR, and a second start succeeds: that one error is tried again, twice.
+BOOL CreateTestProcess(const char* application, std::string& commandLine,
+                       SECURITY_ATTRIBUTES* processAttributes, BOOL inheritHandles, DWORD flags,
+                       const char* folder, STARTUPINFOA& startup, PROCESS_INFORMATION& created);
+
 // Runs a command line to its end with standard output and error in files of their own.
 struct ProcessResult {
     DWORD exitCode = 0xDEADBEEF;
