@@ -4,7 +4,6 @@
 #include "card/TqMinidriverSession.h"
 #include "logging/ZelLogger.h"
 #include "middleware/TqMiddlewareSearch.h"
-#include "platform/TqErrorText.h"
 #include "platform/TqResultCodes.h"
 #include "platform/TqWorkerFailure.h"
 
@@ -53,12 +52,11 @@ int contentCheck(const char* readerName, const char* logFile, const char* failur
 }
 
 void requireStep(int code, const char* failurePrefix, int& result) {
-    if (code != 0) {
-        result = -tq::kInternalError;
-        throw std::runtime_error(failurePrefix +
-                                 TqGetSmartCardErrorText(static_cast<std::uint32_t>(code)));
-    }
+    TqRequireMinidriverStep(code, failurePrefix, -tq::kInternalError, result);
 }
+
+constexpr TqFailureStyle kSequenceFailureStyle{"Exception occurred: ", "Unexpected Error occurred",
+                                               -tq::kExceptionOccurred, kTag};
 
 // Resets the cache until the content reads valid, at most kAttempts times.
 bool resetUntilValid(const char* readerName, const char* pin, const char* logFile, int& result) {
@@ -83,8 +81,7 @@ bool resetUntilValid(const char* readerName, const char* pin, const char* logFil
 } // namespace
 
 int TqOTS8SCardCheckAndCacheClear(const char* readerName, const char* pin, const char* logFile) {
-    int result = tq::kSuccess;
-    try {
+    return TqRunWorker(kName, kSequenceFailureStyle, [&](int& result) {
         if (logFile != nullptr) {
             TqLogger().SetFileName(logFile);
         }
@@ -96,35 +93,30 @@ int TqOTS8SCardCheckAndCacheClear(const char* readerName, const char* pin, const
         if (installed < 0) {
             say(std::cerr,
                 "An error occurred whilst attempting to detect the Oberthur Middleware.");
-            return installed;
+            result = installed;
+            return;
         }
         if (installed == 0) {
             say(std::cout, "Oberthur Middleware is not installed.");
-            return kMiddlewareMissing;
+            result = kMiddlewareMissing;
+            return;
         }
         if (contentCheck(readerName, logFile,
                          "TqSmartCardHasValidContent failed. Error code: ", result) == 1) {
-            return kAlreadyValid;
+            result = kAlreadyValid;
+            return;
         }
         say(std::cout, "Attempt to clear Smart Card Cache.");
         logInfo("Attempt to clear Smart Card Cache.");
         if (resetUntilValid(readerName, pin, logFile, result)) {
             say(std::cout, "Successfully reset the Smart Card Cache.");
             logInfo("Successfully reset the Smart Card Cache.");
-            return kResetAndValid;
+            result = kResetAndValid;
+            return;
         }
         say(std::cerr,
             "Failed to reset the Smart Card Cache. Smart Card content is still invalid.");
         logInfo("Failed to reset the Smart Card Cache. Smart Card content is still invalid.");
-        return kStillInvalid;
-    } catch (...) {
-        const char* text = TqCurrentExceptionText();
-        TqLogger().Log(kLogError, kTag, kName,
-                       text != nullptr ? std::string("Exception occurred: ") + text
-                                       : std::string("Unexpected Error occurred"));
-        if (result == tq::kSuccess) {
-            result = -tq::kExceptionOccurred;
-        }
-    }
-    return result;
+        result = kStillInvalid;
+    });
 }

@@ -47,10 +47,6 @@ struct ContentFailure : std::runtime_error {
     int code;
 };
 
-} // namespace
-
-namespace {
-
 int recordContainer(const char* containerName, TqEnumerationContext& context) {
     const std::string path = readerPath(context.readerName) + containerName;
     TqUniqueCryptProv container;
@@ -148,12 +144,8 @@ std::uint32_t TqEnumSmartCardKeyContainers(const char* readerName, const char* p
 }
 
 bool cardContainsValidContent(const TqEnumerationContext& context, const char* logFile) {
-    try {
-        if (logFile != nullptr) {
-            TqLogger().SetFileName(logFile);
-        }
-    } catch (const std::exception&) {
-        // A null name is the only refusal, and it cannot reach here.
+    if (logFile != nullptr) {
+        TqLogger().SetFileName(logFile);
     }
     TqLogger().Log(kLogInfo, kVerdictTag, kVerdictName, "Entered");
     TqContentVerdict verdict;

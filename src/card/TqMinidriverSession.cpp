@@ -278,3 +278,12 @@ int TqUnintMinidriver(HMODULE module, CARD_DATA* cardData, const char* logFile) 
         const TqUniqueSCardSession card(std::exchange(cardData->hScard, 0));
     });
 }
+
+void TqRequireMinidriverStep(int stepCode, const char* failurePrefix, int failureCode,
+                             int& result) {
+    if (stepCode != 0) {
+        result = failureCode;
+        throw std::runtime_error(failurePrefix +
+                                 TqGetSmartCardErrorText(static_cast<std::uint32_t>(stepCode)));
+    }
+}

@@ -25,3 +25,7 @@ int TqOTClearSeries8SmartCardCache(const char* readerName, const char* pin, CARD
 // the context, the module and the lent buffers. CardDeleteContext is not called. Returns 0, or
 // 0x8010002F for a null table.
 int TqUnintMinidriver(HMODULE module, CARD_DATA* cardData, const char* logFile);
+
+// For the callers of the three steps above: a step that returned non-zero sets result to
+// failureCode and throws failurePrefix + the smart-card text of the step's own code.
+void TqRequireMinidriverStep(int stepCode, const char* failurePrefix, int failureCode, int& result);

@@ -66,6 +66,13 @@ struct TqFileHandleTraits {
     static void close(type handle) noexcept { ::CloseHandle(handle); }
 };
 
+// FindFirstFile reports failure with INVALID_HANDLE_VALUE and is closed with FindClose.
+struct TqFindHandleTraits {
+    using type = HANDLE;
+    static type invalid() noexcept { return INVALID_HANDLE_VALUE; }
+    static void close(type search) noexcept { ::FindClose(search); }
+};
+
 struct TqModuleTraits {
     using type = HMODULE;
     static type invalid() noexcept { return nullptr; }
@@ -130,6 +137,7 @@ struct TqProcessHeapTraits {
 using TqUniqueRegKey = TqUniqueResource<TqRegKeyTraits>;
 using TqUniqueHandle = TqUniqueResource<TqKernelHandleTraits>;
 using TqUniqueFile = TqUniqueResource<TqFileHandleTraits>;
+using TqUniqueFindHandle = TqUniqueResource<TqFindHandleTraits>;
 using TqUniqueModule = TqUniqueResource<TqModuleTraits>;
 using TqUniqueLocalMemory = TqUniqueResource<TqLocalMemoryTraits>;
 using TqUniqueServiceHandle = TqUniqueResource<TqServiceHandleTraits>;

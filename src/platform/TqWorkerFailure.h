@@ -29,6 +29,7 @@ struct TqFailureStyle {
     const char* prefix;
     const char* unknownText;
     int fallbackCode;
+    const char* tag = kTqWorkerTag; // the log line's component
 };
 
 // "Exception occurred: <text>" / "Unexpected Error occurred", code 23.
@@ -44,7 +45,7 @@ int TqRunWorker(const char* function, const TqFailureStyle& style, Body&& body) 
         body(result);
     } catch (...) {
         const char* text = TqCurrentExceptionText();
-        TqLogger().Log(kLogError, kTqWorkerTag, function,
+        TqLogger().Log(kLogError, style.tag, function,
                        text != nullptr ? std::string(style.prefix) + text
                                        : std::string(style.unknownText));
         if (result == tq::kSuccess) {

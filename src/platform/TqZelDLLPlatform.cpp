@@ -10,7 +10,6 @@
 #include "middleware/TqMiddlewareSearch.h"
 #include "middleware/TqOTMiddleware.h"
 #include "middleware/TqSupportedMiddleware.h"
-#include "platform/TqErrorText.h"
 #include "platform/TqOutputText.h"
 #include "platform/TqResultCodes.h"
 #include "platform/TqWorkerFailure.h"
@@ -25,16 +24,6 @@ constexpr const char* kInvalidOutputs = "One or more calling arguments is invali
 // A failed worker: its code stays the operation's result, the text names the worker.
 [[noreturn]] void throwWorkerFailure(const char* prefix, int result) {
     throw std::runtime_error(prefix + TqGetCommonResultText(result));
-}
-
-// A failed minidriver step: the operation answers 4, the text is the smart-card message of the
-// step's own code.
-void requireMinidriverStep(int code, const char* prefix, int& result) {
-    if (code != 0) {
-        result = tq::kInternalError;
-        throw std::runtime_error(prefix +
-                                 TqGetSmartCardErrorText(static_cast<std::uint32_t>(code)));
-    }
 }
 
 constexpr int kCacheClearAttempts = 3;
@@ -255,17 +244,20 @@ int TqZelDLLPlatform::OberthurCacheClear(const char* minidriverName, const char*
         TqLogger().Log(kLogInfo, tag, kName, "Attempting to clear Smart Card Cache.");
         CARD_DATA cardData{};
         HMODULE module = nullptr;
-        requireMinidriverStep(TqInitMinidriver(minidriverName, &cardData, &module, logFile),
-                              "TqInitMinidriver failed. Error Code: ", result);
+        // Every failed step answers 4, its text the smart-card message of the step's own code.
+        TqRequireMinidriverStep(TqInitMinidriver(minidriverName, &cardData, &module, logFile),
+                                "TqInitMinidriver failed. Error Code: ", tq::kInternalError,
+                                result);
         // A failed clear leaves the minidriver loaded and the card connected until the process
         // ends, as the check-and-clear sequence does.
         for (int attempt = 0; attempt < kCacheClearAttempts; ++attempt) {
-            requireMinidriverStep(
+            TqRequireMinidriverStep(
                 TqOTClearSeries8SmartCardCache(minidriverName, clearArgument, &cardData, logFile),
-                "TqOTClearSeries8SmartCardCache failed. Error Code: ", result);
+                "TqOTClearSeries8SmartCardCache failed. Error Code: ", tq::kInternalError, result);
         }
-        requireMinidriverStep(TqUnintMinidriver(module, &cardData, logFile),
-                              "TqUnintMinidriver failed. Error Code: ", result);
+        TqRequireMinidriverStep(TqUnintMinidriver(module, &cardData, logFile),
+                                "TqUnintMinidriver failed. Error Code: ", tq::kInternalError,
+                                result);
         TqLogger().Log(kLogInfo, tag, kName, "Attempt to clear Smart Card Cache completed.");
     });
 }

@@ -37,16 +37,15 @@ void removeMarkedSubKeys(HKEY root, const std::string& path, REGSAM view) {
 
 void removeMarkedFolders(const std::string& parent) {
     WIN32_FIND_DATAA found;
-    const HANDLE search = ::FindFirstFileA((parent + "\\*zeltest*").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) {
+    const TqUniqueFindHandle search(::FindFirstFileA((parent + "\\*zeltest*").c_str(), &found));
+    if (!search) {
         return;
     }
     do {
         const std::string folder = parent + "\\" + found.cFileName;
         ::DeleteFileA((folder + "\\CIVMinidriver64.dll").c_str());
         ::RemoveDirectoryA(folder.c_str());
-    } while (::FindNextFileA(search, &found));
-    ::FindClose(search);
+    } while (::FindNextFileA(search.get(), &found));
 }
 
 std::vector<BYTE> multiString(const std::vector<std::string>& strings) {
