@@ -35,8 +35,9 @@ ZEL_PLATFORM_API int OberthurMiddlewareDetection(char** jsonOut, int* jsonLength
 /* The supported-middleware document; JSON, release with FreeStringData. */
 ZEL_PLATFORM_API int SupportedMiddlewareDetection(char** jsonOut, int* jsonLengthOut,
                                                   const char* logFile);
-/* The Identity Agent document; JSON, release with FreeStringData. 0 also when no agent runs
- * (name "unknown"); a negative code when the installed programs cannot be read. */
+/* The Identity Agent document; JSON, release with FreeStringData. Returns 1 when an agent is
+ * installed and running, 0 when none is (name "unknown"), a negative code when the installed
+ * programs cannot be read; the document comes with each of these. 23: no document. */
 ZEL_PLATFORM_API int DetectIdentityAgent(char** jsonOut, int* jsonLengthOut, const char* logFile);
 /* Non-zero enable restores the agent's card-removal check, zero switches it off for this user
  * (11 when IdentityAgent.exe is not running for this user). */

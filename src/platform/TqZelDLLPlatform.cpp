@@ -185,29 +185,30 @@ int TqZelDLLPlatform::detectIdentityAgent(char** jsonOut, int* jsonLengthOut,
         // The organisation's agent first: where both are installed and running, it is the one
         // in use. A detector that found nothing leaves a reset record behind.
         IARecord record;
-        const int organisations = TqDetectKVRIdentityAgent(&record);
-        int bts = 0;
-        if (organisations <= 0) {
+        int answer = TqDetectKVRIdentityAgent(&record);
+        if (answer <= 0) {
             record = IARecord{};
-            bts = TqDetectBTIdentityAgent(&record);
-            if (bts <= 0) {
+            const int organisations = answer;
+            answer = TqDetectBTIdentityAgent(&record);
+            if (answer <= 0) {
                 record = IARecord{};
             }
+            // One failed detector is no answer either way, the other one's is: only both
+            // failed make the detection a failure, with the last detector's code.
+            if (answer < 0 && organisations >= 0) {
+                answer = organisations;
+            }
         }
+        // The document goes out with every answer, the failed detection's included: found (1),
+        // nothing found (0) or both detectors failed (negative). A document that cannot be
+        // built or handed out replaces that answer.
         std::string json;
         result = TqDetectedIAtoJSONString(&record, json);
         if (result != 0) {
             throwWorkerFailure("TqDetectedIAtoJSONString failed. Error Code: ", result);
         }
-        // One failed detector is no answer either way, the other one's is; with both failed an
-        // all-unknown document would read as "no agent", so the caller gets the failure.
-        if (organisations < 0 && bts < 0) {
-            result = bts;
-            throwWorkerFailure(
-                "TqDetectKVRIdentityAgent and TqDetectBTIdentityAgent failed. Error Code: ",
-                result);
-        }
         TqHandOutText(json, jsonOut, jsonLengthOut);
+        result = answer;
     });
 }
 

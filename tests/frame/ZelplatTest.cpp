@@ -74,10 +74,10 @@ TEST_F(Zelplat, LogOptionSendsTheLibrarysLinesToTheFile) {
     EXPECT_EQ(11u, run.exitCode);
     const std::string text = log.contents();
     EXPECT_NE(std::string::npos,
-              text.find("[INFO] TqZelDLLPlatform::getEnrollmentMode : Entered\n"));
+              text.find("[INFO] TqZelDLLPlatform::getEnrollmentMode : Entered\r\n"));
     EXPECT_NE(
         std::string::npos,
-        text.find("[WARN] TqZelPlatformMethods::TqGetEnrollmentMode : Registry VKey Not Set\n"));
+        text.find("[WARN] TqZelPlatformMethods::TqGetEnrollmentMode : Registry VKey Not Set\r\n"));
 }
 
 TEST_F(Zelplat, UnknownCommandOrMissingArgumentShowsUsageAndExits1) {
@@ -129,6 +129,16 @@ TEST_F(ZelplatIdentityAgent, IaPrintsTheDocumentAloneOnStandardOutput) {
         run.out);
     // The library's own lines go to standard error, in the order they were written.
     EXPECT_EQ(textMode(noAgentKeys() + kKVRFound), run.err);
+}
+
+TEST_F(ZelplatIdentityAgent, IaWithoutAnAgentIsAnAnswerAndExits0) {
+    const auto run = zelplat("ia");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ(
+        textMode(iatest::Document("unknown", "0", "0", "unknown", "unknown", "unknown", "unknown") +
+                 "\n"),
+        run.out);
+    EXPECT_EQ("", run.err);
 }
 
 TEST_F(ZelplatIdentityAgent, SpringCheckOffThenDefaultShowInTheDocument) {
@@ -220,16 +230,30 @@ TEST_F(ZelplatIdentityAgent, SpringCheckOffWithoutTheAgentExplainsCode11) {
     EXPECT_FALSE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqIAUserKey));
 }
 
-TEST_F(ZelplatIdentityAgent, FailedDetectionPrintsNoDocument) {
+// Both detectors failed: the all-unknown answer is still printed, the failure is the exit code.
+TEST_F(ZelplatIdentityAgent, FailedDetectionPrintsTheAnswerAndExitsWithItsCode) {
     zeltest::DeleteKeyTree(HKEY_LOCAL_MACHINE, iatest::kUninstall32);
-    for (const char* arguments : {"ia", "ia --table"}) {
-        const auto run = zelplat(arguments);
-        EXPECT_EQ(static_cast<DWORD>(-15), run.exitCode) << arguments;
-        EXPECT_EQ("", run.out) << arguments;
-        EXPECT_NE(std::string::npos,
-                  run.err.find("zelplat: (0x0000000f) Requested Resource Does not exist.\r\n"))
-            << run.err;
-    }
+    const std::string explanation = "zelplat: (0x0000000f) Requested Resource Does not exist.\r\n";
+    auto run = zelplat("ia");
+    EXPECT_EQ(static_cast<DWORD>(-15), run.exitCode);
+    EXPECT_EQ(
+        textMode(iatest::Document("unknown", "0", "0", "unknown", "unknown", "unknown", "unknown") +
+                 "\n"),
+        run.out);
+    ASSERT_GE(run.err.size(), explanation.size()) << run.err;
+    EXPECT_EQ(explanation, run.err.substr(run.err.size() - explanation.size()));
+
+    run = zelplat("ia --table");
+    EXPECT_EQ(static_cast<DWORD>(-15), run.exitCode);
+    EXPECT_EQ("Agent:           none installed and running\r\n"
+              "Version:         -\r\n"
+              "Spring check:    unknown\r\n"
+              "Locked:          unknown\r\n"
+              "ZelCheck set:    unknown\r\n"
+              "Restarted since: unknown\r\n",
+              run.out);
+    ASSERT_GE(run.err.size(), explanation.size()) << run.err;
+    EXPECT_EQ(explanation, run.err.substr(run.err.size() - explanation.size()));
 }
 
 TEST_F(ZelplatIdentityAgent, UnknownIaWordsShowUsageAndExit1) {

@@ -102,11 +102,13 @@ Answer detectIdentityAgent(const char* logFile = nullptr) {
 }
 
 // The document must be exactly this text, and parse as JSON holding the same values.
-void expectDocument(const Answer& answer, const std::string& name, const std::string& minVersion,
-                    const std::string& maxVersion, const std::string& status,
-                    const std::string& locked, const std::string& zelSet,
+// The detection's answer (1 found, 0 nothing found, negative both detectors failed) and the
+// document, which goes out with every one of them.
+void expectDocument(const Answer& answer, int result, const std::string& name,
+                    const std::string& minVersion, const std::string& maxVersion,
+                    const std::string& status, const std::string& locked, const std::string& zelSet,
                     const std::string& hasRebooted) {
-    EXPECT_EQ(0, answer.result);
+    EXPECT_EQ(result, answer.result);
     ASSERT_TRUE(answer.handedOut);
     EXPECT_EQ(Document(name, minVersion, maxVersion, status, locked, zelSet, hasRebooted),
               answer.json);
@@ -366,7 +368,7 @@ TEST(IdentityAgentJSON, NullRecordGives23) {
 TEST_F(IdentityAgentDocument, NothingInstalledReadsUnknown) {
     zeltest::ScratchLogFile log;
     const Answer answer = detectIdentityAgent(log.path());
-    expectDocument(answer, "unknown", "0", "0", "unknown", "unknown", "unknown", "unknown");
+    expectDocument(answer, 0, "unknown", "0", "0", "unknown", "unknown", "unknown", "unknown");
     EXPECT_EQ("", answer.out);
     EXPECT_EQ("", answer.err);
     EXPECT_EQ((std::vector<std::string>{"[INFO] TqZelDLLPlatform::detectIdentityAgent : Entered",
@@ -379,7 +381,7 @@ TEST_F(IdentityAgentDocument, NoAgentKeysAnywhere) {
     AgentStandIn agent(kTqKVRAgentExecutable);
     ASSERT_TRUE(agent.running());
     const Answer answer = detectIdentityAgent();
-    expectDocument(answer, "KVR", "2", "11", "on", "false", "false", "unknown");
+    expectDocument(answer, 1, "KVR", "2", "11", "on", "false", "false", "unknown");
     EXPECT_EQ(kKVRFound, answer.out);
     EXPECT_EQ(noAgentKeys(), answer.err);
 }
@@ -390,7 +392,7 @@ TEST_F(IdentityAgentDocument, UserSwitchedOffWithoutRecord) {
     ASSERT_TRUE(agent.running());
     setCardRemovalCheck(HKEY_CURRENT_USER, kTqIAUserKey, "false");
     const Answer answer = detectIdentityAgent();
-    expectDocument(answer, "KVR", "2", "11", "off", "false", "false", "unknown");
+    expectDocument(answer, 1, "KVR", "2", "11", "off", "false", "false", "unknown");
 }
 
 TEST_F(IdentityAgentDocument, SwitchedOffIsPendingUntilTheAgentRestarts) {
@@ -402,7 +404,7 @@ TEST_F(IdentityAgentDocument, SwitchedOffIsPendingUntilTheAgentRestarts) {
     GetCapturedStderr();
 
     Answer answer = detectIdentityAgent();
-    expectDocument(answer, "KVR", "2", "11", "off", "false", "true", "pending");
+    expectDocument(answer, 1, "KVR", "2", "11", "off", "false", "true", "pending");
     EXPECT_EQ(kKVRFound, answer.out);
     EXPECT_EQ(MissingKey(kTqIAMachineKey32) + MissingKey(kTqIAPolicyKey), answer.err);
 
@@ -410,7 +412,7 @@ TEST_F(IdentityAgentDocument, SwitchedOffIsPendingUntilTheAgentRestarts) {
     agent = std::make_unique<AgentStandIn>(kTqKVRAgentExecutable);
     ASSERT_TRUE(agent->running());
     answer = detectIdentityAgent();
-    expectDocument(answer, "KVR", "2", "11", "off", "false", "true", "true");
+    expectDocument(answer, 1, "KVR", "2", "11", "off", "false", "true", "true");
 }
 
 TEST_F(IdentityAgentDocument, PolicyOneIsOnAndLocked) {
@@ -419,7 +421,7 @@ TEST_F(IdentityAgentDocument, PolicyOneIsOnAndLocked) {
     ASSERT_TRUE(agent.running());
     setCardRemovalCheck(HKEY_LOCAL_MACHINE, kTqIAPolicyKey, "1");
     const Answer answer = detectIdentityAgent();
-    expectDocument(answer, "KVR", "2", "11", "on", "true", "false", "unknown");
+    expectDocument(answer, 1, "KVR", "2", "11", "on", "true", "false", "unknown");
 }
 
 TEST_F(IdentityAgentDocument, ShortRecordStillGivesADocument) {
@@ -430,7 +432,7 @@ TEST_F(IdentityAgentDocument, ShortRecordStillGivesADocument) {
     zeltest::WriteValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue, REG_BINARY,
                         std::vector<BYTE>(12, 0x42));
     const Answer answer = detectIdentityAgent();
-    expectDocument(answer, "KVR", "2", "11", "off", "false", "false", "unknown");
+    expectDocument(answer, 1, "KVR", "2", "11", "off", "false", "false", "unknown");
     EXPECT_EQ(kKVRFound, answer.out);
     EXPECT_EQ(MissingKey(kTqIAMachineKey32) + MissingKey(kTqIAPolicyKey) +
                   "TqGetZelKVRIAInformation : Stored REG_BINARY data is of invalid size\n",
@@ -442,7 +444,7 @@ TEST_F(IdentityAgentDocument, OrganisationsAgentUnderItsOlderName) {
     AgentStandIn agent(kTqKVRAgentExecutable);
     ASSERT_TRUE(agent.running());
     const Answer answer = detectIdentityAgent();
-    expectDocument(answer, "KVR", "7", "10", "on", "false", "false", "unknown");
+    expectDocument(answer, 1, "KVR", "7", "10", "on", "false", "false", "unknown");
 }
 
 TEST_F(IdentityAgentDocument, OlderBTAgentReadsUnknownSpringCheck) {
@@ -450,7 +452,7 @@ TEST_F(IdentityAgentDocument, OlderBTAgentReadsUnknownSpringCheck) {
     AgentStandIn agent(kTqBTAgentExecutable);
     ASSERT_TRUE(agent.running());
     const Answer answer = detectIdentityAgent();
-    expectDocument(answer, "BT", "0", "11", "unknown", "unknown", "unknown", "unknown");
+    expectDocument(answer, 1, "BT", "0", "11", "unknown", "unknown", "unknown", "unknown");
     EXPECT_EQ(kBTOlder, answer.out);
     EXPECT_EQ("", answer.err);
 }
@@ -458,7 +460,7 @@ TEST_F(IdentityAgentDocument, OlderBTAgentReadsUnknownSpringCheck) {
 TEST_F(IdentityAgentDocument, BTAgentNotRunningLeavesAResetRecord) {
     installBTOlder();
     const Answer answer = detectIdentityAgent();
-    expectDocument(answer, "unknown", "0", "0", "unknown", "unknown", "unknown", "unknown");
+    expectDocument(answer, 0, "unknown", "0", "0", "unknown", "unknown", "unknown", "unknown");
     EXPECT_EQ(kBTNotExecuting, answer.out);
 }
 
@@ -469,7 +471,7 @@ TEST_F(IdentityAgentDocument, NewerBTAgentWithCardCheckerRunning) {
     KitService checker;
     ASSERT_TRUE(checker.Start());
     const Answer answer = detectIdentityAgent();
-    expectDocument(answer, "BT", "4", "12", "on", "true", "unknown", "unknown");
+    expectDocument(answer, 1, "BT", "4", "12", "on", "true", "unknown", "unknown");
     EXPECT_EQ(kBTFound, answer.out);
 }
 
@@ -481,7 +483,7 @@ TEST_F(IdentityAgentDocument, NewerBTAgentWithCardCheckerStopped) {
     ASSERT_TRUE(checker.Start());
     ASSERT_TRUE(checker.Stop());
     const Answer answer = detectIdentityAgent();
-    expectDocument(answer, "BT", "4", "12", "off", "true", "unknown", "unknown");
+    expectDocument(answer, 1, "BT", "4", "12", "off", "true", "unknown", "unknown");
     EXPECT_EQ(kBTFound, answer.out);
 }
 
@@ -493,7 +495,7 @@ TEST_F(IdentityAgentDocument, NewerBTAgentWithCardCheckerPaused) {
     ASSERT_TRUE(checker.Start());
     ASSERT_TRUE(checker.Pause());
     const Answer answer = detectIdentityAgent();
-    expectDocument(answer, "BT", "4", "12", "unknown", "true", "unknown", "unknown");
+    expectDocument(answer, 1, "BT", "4", "12", "unknown", "true", "unknown", "unknown");
     EXPECT_EQ(kBTPaused, answer.out);
 }
 
@@ -507,7 +509,7 @@ TEST_F(IdentityAgentDocument, OrganisationsAgentWinsOverTheBTAgent) {
     KitService checker;
     ASSERT_TRUE(checker.Start());
     const Answer answer = detectIdentityAgent();
-    expectDocument(answer, "KVR", "2", "11", "on", "false", "false", "unknown");
+    expectDocument(answer, 1, "KVR", "2", "11", "on", "false", "false", "unknown");
     // The BT agent is not even asked.
     EXPECT_EQ(kKVRFound, answer.out);
 }
@@ -518,7 +520,7 @@ TEST_F(IdentityAgentDocument, BTAgentAnswersWhenTheOrganisationsIsNotRunning) {
     AgentStandIn bt(kTqBTAgentExecutable);
     ASSERT_TRUE(bt.running());
     const Answer answer = detectIdentityAgent();
-    expectDocument(answer, "BT", "0", "11", "unknown", "unknown", "unknown", "unknown");
+    expectDocument(answer, 1, "BT", "0", "11", "unknown", "unknown", "unknown", "unknown");
     EXPECT_EQ(kKVRNotExecuting + kBTOlder, answer.out);
 }
 
@@ -529,23 +531,19 @@ TEST_F(IdentityAgentDocument, OneFailedDetectorStillGivesTheDocument) {
     AgentStandIn bt(kTqBTAgentExecutable);
     ASSERT_TRUE(bt.running());
     const Answer answer = detectIdentityAgent();
-    expectDocument(answer, "unknown", "0", "0", "unknown", "unknown", "unknown", "unknown");
+    expectDocument(answer, 0, "unknown", "0", "0", "unknown", "unknown", "unknown", "unknown");
     EXPECT_EQ("TqGetServiceStatus : OpenSCManager failed. Error Code (0x00000424)\n"
               "TqDetectBTIdentityAgent : TqGetServiceStatus failed.\n",
               answer.err);
 }
 
-TEST_F(IdentityAgentDocument, BothDetectorsFailedIsAFailure) {
+TEST_F(IdentityAgentDocument, BothDetectorsFailedIsAFailureWithTheDocument) {
     zeltest::DeleteKeyTree(HKEY_LOCAL_MACHINE, iatest::kUninstall32);
     zeltest::ScratchLogFile log;
     const Answer answer = detectIdentityAgent(log.path());
-    EXPECT_EQ(-15, answer.result);
-    EXPECT_FALSE(answer.handedOut);
-    EXPECT_EQ((std::vector<std::string>{
-                  "[INFO] TqZelDLLPlatform::detectIdentityAgent : Entered",
-                  "[ERROR] TqZelDLLPlatform::detectIdentityAgent : TqDetectKVRIdentityAgent and "
-                  "TqDetectBTIdentityAgent failed. Error Code: (0x0000000f) Requested Resource "
-                  "Does not exist."}),
+    expectDocument(answer, -15, "unknown", "0", "0", "unknown", "unknown", "unknown", "unknown");
+    EXPECT_EQ((std::vector<std::string>{"[INFO] TqZelDLLPlatform::detectIdentityAgent : Entered",
+                                        "[INFO] TqZelDLLPlatform::detectIdentityAgent : Leaving"}),
               log.bodies());
 }
 

@@ -31,7 +31,9 @@ const char kUsage[] =
     "  oberthur                             the OT middleware record (exit 1: detected)\n"
     "  atr get                              minidriver the JCOP 41 card entries name\n"
     "  atr set GEMSAFE|PIVMINIDRIVER        point the JCOP 41 card entries at a minidriver\n"
-    "  ia                                   the Identity Agent document (JSON)\n"
+    "  ia                                   the Identity Agent document (JSON); exit 0 whether\n"
+    "                                       or not an agent runs, non-zero when the detection\n"
+    "                                       failed\n"
     "  ia --table                           the Identity Agent and its spring check, readable\n"
     "  ia spring-check off|default          switch the spring check off for this user, or\n"
     "                                       back to the agent's default\n"
@@ -74,6 +76,16 @@ std::string asLines(std::string text) {
         text += '\n';
     }
     return text;
+}
+
+// DetectIdentityAgent's answers, found (1) and nothing found (0), are both the tool's success:
+// the document says which. Only a failed detection is a failure of the command.
+Outcome agentAnswer(Outcome outcome) {
+    constexpr int kAgentFound = 1;
+    if (outcome.result == kAgentFound) {
+        outcome.result = 0;
+    }
+    return outcome;
 }
 
 // A query whose answer is one text, printed as it is.
@@ -147,9 +159,9 @@ const Command kCommands[] = {
     {{"ia"},
      0,
      [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
-         return textAnswer(dll, [&](char** text, int* length) {
+         return agentAnswer(textAnswer(dll, [&](char** text, int* length) {
              return dll.DetectIdentityAgent(text, length, logFile);
-         });
+         }));
      }},
     {{"ia", "--table"},
      0,
@@ -160,7 +172,7 @@ const Command kCommands[] = {
          if (!outcome.answer.empty()) {
              outcome.answer = TqFormatIdentityAgentTable(outcome.answer);
          }
-         return outcome;
+         return agentAnswer(outcome);
      }},
     {{"ia", "spring-check", "off"},
      0,
