@@ -1,5 +1,6 @@
 #include "TqATRMiddleware.h"
 
+#include "hostutil/TqRegistryWrite.h"
 #include "hostutil/TqUniqueResource.h"
 #include "middleware/TqMiddlewareSearch.h"
 #include "middleware/TqOTMiddleware.h"
@@ -53,10 +54,9 @@ void reportFailure(const std::string& message) {
     TqLogger().Log(kLogError, kTqWorkerTag, kSetName, message);
 }
 
-// A string value written without its terminating NUL, as the smart-card database has it.
+// A string value written with the text's length as the count, as the smart-card database has it.
 LSTATUS setText(HKEY key, const char* name, const char* text) {
-    return ::RegSetValueExA(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text),
-                            static_cast<DWORD>(std::strlen(text)));
+    return TqSetRegistryText(key, name, text);
 }
 
 LSTATUS setBytes(HKEY key, const char* name, const std::vector<BYTE>& bytes) {

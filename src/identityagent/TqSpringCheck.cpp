@@ -2,6 +2,7 @@
 
 #include "TqSpringCheckSeam.h"
 #include "hostutil/TqRegistrySearch.h"
+#include "hostutil/TqRegistryWrite.h"
 #include "hostutil/TqUniqueResource.h"
 #include "platform/TqErrorText.h"
 #include "platform/TqResultCodes.h"
@@ -14,6 +15,7 @@
 #include <iostream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 TqZelCheckWriter gTqZelCheckWriteHook = nullptr;
 
@@ -26,9 +28,9 @@ constexpr const char* kSetName = "TqSetKVRIASpringCheck";
 
 constexpr const char* kInvalidArguments = "Invalid argument(s) supplied.";
 
-// Five bytes without a terminating NUL: readers take the text up to its first NUL or its
-// length, in any letter case.
-constexpr char kSwitchedOff[] = {'F', 'a', 'l', 's', 'e'};
+// Written with the count 5, the text's own length: readers take the text up to its first NUL or
+// its length, in any letter case.
+constexpr std::string_view kSwitchedOff = "False";
 
 // The ZelCheck record names a process and its account: it is kept out of plain sight in the
 // user's registry. Changing these bytes makes records written by earlier builds unreadable.
@@ -236,10 +238,9 @@ int TqDetectKVRIdentityAgentSpringCheck(springCheckBlock* springBlock,
                 block.zelSet = 1;
                 block.hasRebooted = sameProcess(stored, *running) ? 1 : 2;
             } else {
-                // A missing record is no failure: it must not hide one met among the keys.
-                if (read < 0) {
-                    result = -read;
-                }
+                // The record's lookup decides the result: a missing record (0) clears a failure
+                // met among the keys, a short one (-12) replaces it.
+                result = -read;
                 block.hasRebooted = 0;
                 block.zelSet = 0;
             }
@@ -335,9 +336,7 @@ int TqSetKVRIASpringCheck(bool enable) {
         if (keyMissing) {
             createUserKey(key);
         }
-        const LSTATUS status =
-            ::RegSetValueExA(key.get(), kTqCardRemovalCheckValue, 0, REG_SZ,
-                             reinterpret_cast<const BYTE*>(kSwitchedOff), sizeof kSwitchedOff);
+        const LSTATUS status = TqSetRegistryText(key.get(), kTqCardRemovalCheckValue, kSwitchedOff);
         if (status != ERROR_SUCCESS) {
             throw RegistryCallError("RegSetValueEx Failed", status);
         }

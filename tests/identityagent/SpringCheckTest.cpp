@@ -202,8 +202,8 @@ TEST_F(SpringCheck, AnUncountedUserValueLeavesLockedOpen) {
 TEST_F(SpringCheck, UnreadableUserKeyIsReportedAndTheOthersStillCount) {
     zeltest::DeniedKey user(HKEY_CURRENT_USER, kTqIAUserKey);
     const SpringCheckRead read = readSpringCheck(running_);
-    // The record cannot be read either: no record, yet the failure of the setting stays.
-    EXPECT_EQ(16, read.result);
+    // The record's lookup cannot read the key either and finds no record: its 0 is the result.
+    EXPECT_EQ(0, read.result);
     ExpectSpringCheck(read.block, 0, 1, 0, 0);
     EXPECT_EQ(SearchOpenFailure(kTqIAUserKey, ERROR_ACCESS_DENIED) +
                   "TqDetectKVRIdentityAgentSpringCheck : TqFindRegistryKeyAndOrValueName(1) "
@@ -211,6 +211,31 @@ TEST_F(SpringCheck, UnreadableUserKeyIsReportedAndTheOthersStillCount) {
                   MissingKey(kTqIAMachineKey32) + MissingKey(kTqIAPolicyKey) +
                   SearchOpenFailure(kTqIAUserKey, ERROR_ACCESS_DENIED),
               read.err);
+}
+
+// A failed key is remembered only until the record's lookup answers: no ZelCheck (0) is the
+// result then.
+TEST_F(SpringCheck, DeniedMachineKeyWithoutRecordGives0) {
+    zeltest::DeniedKey machine(HKEY_LOCAL_MACHINE, kTqIAMachineKey32);
+    const SpringCheckRead read = readSpringCheck(running_);
+    EXPECT_EQ(0, read.result);
+    ExpectSpringCheck(read.block, 0, 1, 0, 0);
+    EXPECT_EQ(MissingKey(kTqIAUserKey) + SearchOpenFailure(kTqIAMachineKey32, ERROR_ACCESS_DENIED) +
+                  "TqDetectKVRIdentityAgentSpringCheck : TqFindRegistryKeyAndOrValueName(1) "
+                  "failed. Error Code 16.\n" +
+                  MissingKey(kTqIAPolicyKey) + MissingKey(kTqIAUserKey),
+              read.err);
+}
+
+// A short record (-12) replaces a failure met among the keys.
+TEST_F(SpringCheck, DeniedMachineKeyWithAShortRecordGives12) {
+    setCardRemovalCheck(HKEY_CURRENT_USER, kTqIAUserKey, "false");
+    zeltest::WriteValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue, REG_BINARY,
+                        std::vector<BYTE>(12, 0x42));
+    zeltest::DeniedKey machine(HKEY_LOCAL_MACHINE, kTqIAMachineKey32);
+    const SpringCheckRead read = readSpringCheck(running_);
+    EXPECT_EQ(12, read.result);
+    ExpectSpringCheck(read.block, 0, 0, 0, 0);
 }
 
 TEST_F(SpringCheck, NullArgumentsGive1) {
@@ -360,7 +385,7 @@ TEST_F(SpringCheck, SwitchingOffWritesFalseAndTheRunningAgentsRecord) {
     const auto value = ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqCardRemovalCheckValue);
     ASSERT_TRUE(value.present);
     EXPECT_EQ(static_cast<DWORD>(REG_SZ), value.type);
-    // Five bytes are written, without a terminator; Wine stores a NUL after string data anyway.
+    // The count is five, from NUL-terminated text: the registry stores that NUL as well.
     EXPECT_EQ((std::vector<BYTE>{'F', 'a', 'l', 's', 'e', 0}), value.data);
 
     processRecord stored{};
