@@ -41,8 +41,8 @@ void ZelLogger::SetFileName(const char* name) {
     fileName_ = name;
     file_.reset();
     // Append mode: every write lands at the end, also when other processes write the file.
-    file_.reset(::CreateFileA(name, FILE_APPEND_DATA,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+    // Others may read and write it while it is open, not delete or rename it.
+    file_.reset(::CreateFileA(name, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                               OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file_) {
         std::cerr << "ZelLogger::SetFileName : Failed to open log file '" << name << "'";
@@ -72,7 +72,8 @@ void ZelLogger::Log(unsigned level, const std::string& tag, const std::string& f
             std::cout << line << std::endl;
         }
         if (fileLevel != 0 && fileLevel < 63 && file_) {
-            line += "\n";
+            // The line end a text-mode stream writes on Windows.
+            line += "\r\n";
             appendToFile(file_.get(), line);
         }
     } catch (...) {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <regex>
@@ -32,6 +33,21 @@ TEST(ZelLogger, TheProcessWideLoggerStartsWithoutAFile) {
     EXPECT_EQ("", TqLogger().fileName());
 }
 
+TEST(ZelLogger, EveryLineEndsInCarriageReturnLineFeed) {
+    ScratchLogFile log;
+    ZelLogger logger;
+    logger.SetFileName(log.path());
+    logger.Log(kLogInfo, "T", "F", "one");
+    logger.Log(kLogError, "T", "F", "two");
+    const std::string text = log.contents();
+    const std::string first = "[INFO] T::F : one\r\n";
+    const std::string second = "[ERROR] T::F : two\r\n";
+    ASSERT_EQ(2, std::count(text.begin(), text.end(), '\n')) << text;
+    EXPECT_EQ(2, std::count(text.begin(), text.end(), '\r')) << text;
+    EXPECT_NE(std::string::npos, text.find(first)) << text;
+    EXPECT_EQ(text.size() - second.size(), text.find(second)) << text;
+}
+
 TEST(ZelLogger, LineCarriesTimestampThreadLevelTagFunctionAndMessage) {
     ScratchLogFile log;
     ZelLogger logger;
@@ -45,7 +61,7 @@ TEST(ZelLogger, LineCarriesTimestampThreadLevelTagFunctionAndMessage) {
     ASSERT_TRUE(std::regex_match(
         text, match,
         std::regex(
-            R"(\[([1-9][0-9]?)-([1-9][0-9]?)-([0-9]{4}) [0-9]{2}:[0-9]{2}:[0-9]{2}:[0-9]{3}\]\[PID 0x([0-9A-F]{8})\](.*)\n)")))
+            R"(\[([1-9][0-9]?)-([1-9][0-9]?)-([0-9]{4}) [0-9]{2}:[0-9]{2}:[0-9]{2}:[0-9]{3}\]\[PID 0x([0-9A-F]{8})\](.*)\r\n)")))
         << text;
     EXPECT_EQ(std::to_string(before.wDay), match[1].str());
     EXPECT_EQ(std::to_string(before.wMonth), match[2].str());
@@ -126,7 +142,8 @@ TEST(ZelLogger, EchoBitAlsoWritesTheLineToStandardOutput) {
     EXPECT_EQ(std::vector<std::string>{"[ERROR] T::F : echoed"}, log.bodies());
     std::string fileLine = log.contents();
     ASSERT_FALSE(fileLine.empty());
-    fileLine.pop_back(); // the file ends its line with "\n"
+    ASSERT_EQ("\r\n", fileLine.substr(fileLine.size() - 2)); // the file's line end
+    fileLine.resize(fileLine.size() - 2);
     EXPECT_EQ(fileLine + "\n", out);
 }
 
@@ -165,8 +182,8 @@ TEST(ZelLogger, FileIsAppendedToNotTruncated) {
     logger.Log(kLogInfo, "T", "F", "later");
     const std::string text = log.contents();
     EXPECT_EQ(0u, text.find("earlier\n["));
-    EXPECT_EQ(text.size() - std::string("[INFO] T::F : later\n").size(),
-              text.find("[INFO] T::F : later\n"));
+    EXPECT_EQ(text.size() - std::string("[INFO] T::F : later\r\n").size(),
+              text.find("[INFO] T::F : later\r\n"));
 }
 
 TEST(ZelLogger, OpenFileIsSharedForReadingAndWritingAndEachLineIsFlushed) {
@@ -183,9 +200,9 @@ TEST(ZelLogger, OpenFileIsSharedForReadingAndWritingAndEachLineIsFlushed) {
     ASSERT_TRUE(::WriteFile(other.get(), "other writer\n", 13, &written, nullptr));
     logger.Log(kLogInfo, "T", "F", "second");
     const std::string text = log.contents();
-    const auto first = text.find("[INFO] T::F : first\n");
+    const auto first = text.find("[INFO] T::F : first\r\n");
     const auto between = text.find("other writer\n");
-    const auto second = text.find("[INFO] T::F : second\n");
+    const auto second = text.find("[INFO] T::F : second\r\n");
     ASSERT_NE(std::string::npos, first);
     ASSERT_NE(std::string::npos, between);
     ASSERT_NE(std::string::npos, second);
@@ -193,23 +210,50 @@ TEST(ZelLogger, OpenFileIsSharedForReadingAndWritingAndEachLineIsFlushed) {
     EXPECT_LT(between, second);
 }
 
+// A relative name, set again after the current folder changed: a reopen would create the file
+// in the new folder, the kept handle still writes to the first one.
 TEST(ZelLogger, SettingTheSameNameAgainKeepsTheOpenFile) {
     ScratchLogFile log;
+    const std::string path = log.path();
+    const std::string folder = path.substr(0, path.find_last_of('\\') + 1);
+    const std::string name = path.substr(folder.size());
+    const std::string otherFolder = zeltest::ProgramFolder();
+    ASSERT_NE(folder, otherFolder);
+    char saved[MAX_PATH];
+    ASSERT_NE(0u, ::GetCurrentDirectoryA(MAX_PATH, saved));
+    {
+        ZelLogger logger;
+        ASSERT_TRUE(::SetCurrentDirectoryA(folder.c_str()));
+        logger.SetFileName(name.c_str());
+        logger.Log(kLogInfo, "T", "F", "before");
+        ASSERT_TRUE(::SetCurrentDirectoryA(otherFolder.c_str()));
+        logger.SetFileName(name.c_str());
+        logger.Log(kLogInfo, "T", "F", "after");
+    }
+    ::SetCurrentDirectoryA(saved);
+    const bool createdElsewhere =
+        ::GetFileAttributesA((otherFolder + name).c_str()) != INVALID_FILE_ATTRIBUTES;
+    ::DeleteFileA((otherFolder + name).c_str());
+    EXPECT_FALSE(createdElsewhere);
+    EXPECT_EQ((std::vector<std::string>{"[INFO] T::F : before", "[INFO] T::F : after"}),
+              log.bodies());
+}
+
+// Shared for reading and writing only: nobody deletes or renames the file under the logger.
+TEST(ZelLogger, OpenFileCannotBeDeletedOrRenamedByOthers) {
+    ScratchLogFile log;
     const std::string moved = std::string(log.path()) + ".moved";
-    ZelLogger logger;
-    logger.SetFileName(log.path());
-    logger.Log(kLogInfo, "T", "F", "before the move");
-    ASSERT_TRUE(::MoveFileA(log.path(), moved.c_str())) << ::GetLastError();
-    // Reopening would create a new file under the old name; the same name must not reopen.
-    logger.SetFileName(log.path());
-    logger.Log(kLogInfo, "T", "F", "after the move");
-    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, ::GetFileAttributesA(log.path()));
-    std::ifstream in(moved);
-    std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    in.close();
-    ::DeleteFileA(moved.c_str());
-    EXPECT_NE(std::string::npos, all.find("[INFO] T::F : before the move\n"));
-    EXPECT_NE(std::string::npos, all.find("[INFO] T::F : after the move\n"));
+    {
+        ZelLogger logger;
+        logger.SetFileName(log.path());
+        logger.Log(kLogInfo, "T", "F", "kept");
+        EXPECT_FALSE(::DeleteFileA(log.path()));
+        EXPECT_EQ(static_cast<DWORD>(ERROR_SHARING_VIOLATION), ::GetLastError());
+        EXPECT_FALSE(::MoveFileA(log.path(), moved.c_str()));
+        EXPECT_EQ(static_cast<DWORD>(ERROR_SHARING_VIOLATION), ::GetLastError());
+        EXPECT_EQ(INVALID_FILE_ATTRIBUTES, ::GetFileAttributesA(moved.c_str()));
+    }
+    EXPECT_EQ(std::vector<std::string>{"[INFO] T::F : kept"}, log.bodies());
 }
 
 TEST(ZelLogger, ANewNameClosesTheOldFile) {

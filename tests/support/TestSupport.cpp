@@ -79,17 +79,23 @@ std::vector<std::string> ScratchLogFile::bodies() const {
         R"(^\[([0-9]{1,2})-([0-9]{1,2})-([0-9]{4}) ([0-9]{2}):([0-9]{2}):([0-9]{2}):([0-9]{3})\]\[PID 0x([0-9A-F]{8})\]([\s\S]*)$)");
     char thread[16];
     std::snprintf(thread, sizeof thread, "%08lX", ::GetCurrentThreadId());
-    // A message that carries a system text ends in that text's own "\r\n" before the line
-    // end: keep it with its line.
+    // Lines end in "\r\n". A message that carries a system text ends in that text's own
+    // "\r\n" before the line end: keep it with its line.
     std::vector<std::string> lines;
-    std::istringstream text(contents());
-    for (std::string line; std::getline(text, line);) {
-        if (line.empty() && !lines.empty() && !lines.back().empty() &&
-            lines.back().back() == '\r') {
-            lines.back() += "\n";
+    const std::string text = contents();
+    std::size_t start = 0;
+    for (std::size_t end = text.find("\r\n"); end != std::string::npos;
+         start = end + 2, end = text.find("\r\n", start)) {
+        const std::string line = text.substr(start, end - start);
+        if (line.empty() && !lines.empty()) {
+            lines.back() += "\r\n";
             continue;
         }
         lines.push_back(line);
+    }
+    if (start < text.size()) {
+        ADD_FAILURE() << "log text after the last line end: " << text.substr(start);
+        lines.push_back(text.substr(start));
     }
     std::vector<std::string> result;
     for (const std::string& line : lines) {
