@@ -67,7 +67,7 @@ void reportFailure(const std::string& text) {
 
 } // namespace
 
-CK_RV TqPKCS11SetActiveApplet(const char* applet, const char* logFile) noexcept {
+CK_RV TqPKCS11SetActiveApplet(const char* applet, const char* logFile) {
     CK_RV result = CKR_OK;
     try {
         if (logFile != nullptr) {
@@ -92,9 +92,6 @@ CK_RV TqPKCS11SetActiveApplet(const char* applet, const char* logFile) noexcept 
         TqLogger().Log(kLogInfo, kTag, kName, "Leaving");
     } catch (const std::exception& error) {
         reportFailure(error.what());
-    } catch (...) {
-        // Only a misbehaving module could throw something else; it must not cross the export.
-        reportFailure("Unexpected Error occurred");
     }
     return result;
 }

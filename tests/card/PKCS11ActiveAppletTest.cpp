@@ -339,6 +339,46 @@ TEST_F(PKCS11ActiveApplet, PlatformRouteVendorCodeIsReturnedAsItsSignedValue) {
               bodies.back());
 }
 
+// A module that throws what is no standard exception: the worker does not swallow it (its
+// result would still read CKR_OK), the platform's frame turns it into 23.
+CK_RV throwingFinalize(CK_VOID_PTR) {
+    throw 42;
+}
+
+TEST_F(PKCS11ActiveApplet, ANonStandardExceptionLeavesTheWorker) {
+    CK_FUNCTION_LIST list{};
+    list.C_Finalize = &throwingFinalize;
+    TqPKCS11Module module;
+    module.functionList = &list;
+    TqPKCS11Env().module = &module;
+    TqPKCS11Env().enabled = true;
+    testing::internal::CaptureStderr();
+    EXPECT_THROW(TqPKCS11SetActiveApplet("AGILE", log.path()), int);
+    TqPKCS11Env() = TqPKCS11Environment{};
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+    EXPECT_EQ(std::vector<std::string>{"[INFO] " + kWorker + "Entered"}, log.bodies());
+}
+
+TEST_F(PKCS11ActiveApplet, PlatformRouteTurnsANonStandardExceptionInto23) {
+    CK_FUNCTION_LIST list{};
+    list.C_Finalize = &throwingFinalize;
+    TqPKCS11Module module;
+    module.functionList = &list;
+    TqPKCS11Env().module = &module;
+    TqPKCS11Env().enabled = true;
+    PKCS11Provider provider;
+    TqZelDLLPlatform platform;
+    testing::internal::CaptureStderr();
+    const int result = platform.setEnrollmentMode(&provider, "AGILE", log.path());
+    TqPKCS11Env() = TqPKCS11Environment{};
+    EXPECT_EQ(23, result);
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+    EXPECT_EQ(
+        (std::vector<std::string>{"[INFO] " + kFrame + "Entered", "[INFO] " + kWorker + "Entered",
+                                  "[ERROR] " + kFrame + "Unexpected Error occurred"}),
+        log.bodies());
+}
+
 TEST_F(PKCS11ActiveApplet, PlatformRouteRefusesANullAppletBeforeTheWorker) {
     PKCS11Provider provider;
     TqZelDLLPlatform platform;
