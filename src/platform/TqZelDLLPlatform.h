@@ -10,13 +10,16 @@ constexpr bool TqWorkerFailed(TqFailureTest test, int result) noexcept {
     return test == TqFailureTest::kNonZero ? result != 0 : result < 0;
 }
 
-// A host-supplied source of the enrollment mode. The exports never pass one.
+// A host-supplied source of the enrollment mode. The exports never pass one. The order of the
+// virtual operations is the host's contract: a provider built elsewhere is called by slot.
 class TqEnrollmentProvider {
 public:
-    // 1 when the enrollment mode is to be read and switched through the card vendor's PKCS#11
-    // module instead of the minidriver's registry setting.
+    // First slot: 1 when the enrollment mode is to be read and switched through the card
+    // vendor's PKCS#11 module instead of the minidriver's registry setting.
     virtual int isPKCS11Route(const char* logFile) = 0;
-    // Reads the enrollment mode; same outputs as the registry read.
+    // Second slot: an operation of the host's own that the library never calls.
+    virtual void hostOperation() {}
+    // Third slot: reads the enrollment mode; same outputs as the registry read.
     virtual int readEnrollmentMode(char** modeOut, int* modeLengthOut, const char* logFile) = 0;
 
 protected:

@@ -107,6 +107,54 @@ TEST_F(PlatformFrame, ProviderOnThePKCS11RouteAnswersInsteadOfTheRegistry) {
               log.bodies());
 }
 
+// A provider as a host built elsewhere lays it out: a pointer to a table of three operations,
+// each called with the object first. The library calls the first and the third, never the
+// second.
+struct ProviderBySlots {
+    using Slot = void (*)();
+    const Slot* table;
+    int availabilityCalls = 0;
+    int secondCalls = 0;
+    int readCalls = 0;
+};
+
+int slotAvailability(ProviderBySlots* self, const char*) {
+    ++self->availabilityCalls;
+    return 1;
+}
+int slotSecond(ProviderBySlots* self, char**, int*, const char*) {
+    ++self->secondCalls;
+    return 0;
+}
+int slotRead(ProviderBySlots* self, char** modeOut, int* modeLengthOut, const char*) {
+    ++self->readCalls;
+    *modeOut = static_cast<char*>(std::malloc(6));
+    std::memcpy(*modeOut, "AGILE", 6);
+    *modeLengthOut = 5;
+    return 0;
+}
+
+const ProviderBySlots::Slot kProviderSlots[] = {
+    reinterpret_cast<ProviderBySlots::Slot>(&slotAvailability),
+    reinterpret_cast<ProviderBySlots::Slot>(&slotSecond),
+    reinterpret_cast<ProviderBySlots::Slot>(&slotRead),
+};
+
+TEST_F(PlatformFrame, ProviderReadIsItsThirdOperation) {
+    ProviderBySlots provider{kProviderSlots};
+    char* mode = nullptr;
+    int length = 0;
+    EXPECT_EQ(0, platform.getEnrollmentMode(reinterpret_cast<TqEnrollmentProvider*>(&provider),
+                                            &mode, &length, log.path()));
+    EXPECT_EQ(1, provider.availabilityCalls);
+    EXPECT_EQ(0, provider.secondCalls);
+    EXPECT_EQ(1, provider.readCalls);
+    ASSERT_NE(nullptr, mode);
+    EXPECT_STREQ("AGILE", mode);
+    EXPECT_EQ(5, length);
+    std::free(mode);
+}
+
 TEST_F(PlatformFrame, ProviderOffTheRouteLeavesTheReadToTheRegistry) {
     TestProvider provider(0, TestProvider::Read::kText);
     char* mode = nullptr;
