@@ -1,5 +1,6 @@
 #include "TqProcessUtils.h"
 
+#include "hostutil/TqProcessSeam.h"
 #include "hostutil/TqUniqueResource.h"
 #include "platform/TqErrorText.h"
 #include "platform/TqResultCodes.h"
@@ -16,6 +17,8 @@
 #include <iostream>
 #include <stdexcept>
 #include <vector>
+
+TqTokenInformationReader gTqTokenReadHook = nullptr;
 
 namespace {
 
@@ -93,24 +96,33 @@ std::string lowerCase(std::string text) {
     return text;
 }
 
-// "failed(1)" is the size query, "failed(2)" the call that fills the buffer.
+// "failed(1)" is the size query, "failed(2)" the call that fills the buffer (the token read
+// says "failed(1)" for both).
 std::string lookupFailure(const char* call, int step, DWORD code) {
     return std::string(call) + " failed(" + std::to_string(step) + ") - " +
            TqGetLastErrorAsString(code) + ".";
 }
 
+BOOL getTokenUser(HANDLE token, void* buffer, DWORD size, DWORD* needed) {
+    if (gTqTokenReadHook != nullptr) {
+        return gTqTokenReadHook(token, TokenUser, buffer, size, needed);
+    }
+    return ::GetTokenInformation(token, TokenUser, buffer, size, needed);
+}
+
 std::vector<BYTE> readTokenUser(HANDLE token) {
     DWORD size = 0;
-    if (!::GetTokenInformation(token, TokenUser, nullptr, 0, &size)) {
+    if (!getTokenUser(token, nullptr, 0, &size)) {
         const DWORD code = ::GetLastError();
         if (code != ERROR_INSUFFICIENT_BUFFER) {
             throw SystemCallError(lookupFailure("GetTokenInformation", 1, code), code);
         }
     }
     std::vector<BYTE> user(size);
-    if (!::GetTokenInformation(token, TokenUser, user.data(), size, &size)) {
+    if (!getTokenUser(token, user.data(), size, &size)) {
         const DWORD code = ::GetLastError();
-        throw SystemCallError(lookupFailure("GetTokenInformation", 2, code), code);
+        // Both token reads, the size and the data, report as step 1.
+        throw SystemCallError(lookupFailure("GetTokenInformation", 1, code), code);
     }
     return user;
 }
@@ -200,13 +212,16 @@ int TqGetProcessImageFileName(std::uint32_t processId, std::string& fileName) {
 
 int TqIsProcessExecuting(const char* executableName, bool sameUserOnly, processRecord* out) {
     return runUtility(kIsExecutingName, [&](int& result) {
-        if (executableName == nullptr || *executableName == '\0' || out == nullptr) {
+        // The name may live inside out itself (a record looked up by its own name): it is
+        // copied before the record is zeroed, and the record is zeroed before any check fails.
+        const std::string givenName(executableName != nullptr ? executableName : "");
+        if (out != nullptr) {
+            *out = processRecord{};
+        }
+        if (givenName.empty() || out == nullptr) {
             result = -tq::kInvalidArguments;
             throw std::runtime_error(kInvalidArguments);
         }
-        // The name may live inside out itself (a record looked up by its own name).
-        const std::string givenName(executableName);
-        *out = processRecord{};
 
         accountBlock caller{};
         if (sameUserOnly) {

@@ -6,6 +6,7 @@
 // belongs to another user. The prefix has one user only, so every process a test can start
 // runs under the same SID. The closest real case is covered instead: a process of the same
 // name whose token the caller may not read is skipped when sameUserOnly is set.
+#include "hostutil/TqProcessSeam.h"
 #include "hostutil/TqProcessUtils.h"
 #include "support/KitProcesses.h"
 #include "support/TestSupport.h"
@@ -217,6 +218,39 @@ TEST(ProcessSIDInfo, EndedProcessIsAFailedSystemCall) {
     EXPECT_TRUE(allZero(&block, sizeof block));
 }
 
+// The token's user is read twice, its size and then its data: a failure of either call is
+// reported as step 1.
+BOOL failTokenDataRead(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffer, DWORD size,
+                       DWORD* needed) {
+    if (buffer == nullptr) {
+        return ::GetTokenInformation(token, kind, buffer, size, needed);
+    }
+    ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return FALSE;
+}
+
+BOOL failTokenSizeRead(HANDLE, TOKEN_INFORMATION_CLASS, void*, DWORD, DWORD*) {
+    ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return FALSE;
+}
+
+TEST(ProcessSIDInfo, FailedTokenReadIsStep1ForTheSizeAndForTheData) {
+    for (const TqTokenInformationReader reader : {failTokenSizeRead, failTokenDataRead}) {
+        accountBlock block;
+        std::memset(&block, kSentinel, sizeof block);
+        gTqTokenReadHook = reader;
+        CaptureStderr();
+        const int result = TqGetProcessSIDInfo(::GetCurrentProcessId(), &block);
+        const std::string err = GetCapturedStderr();
+        gTqTokenReadHook = nullptr;
+        EXPECT_EQ(-4, result);
+        EXPECT_EQ("TqGetProcessSIDInfo : GetTokenInformation failed(1) - (0x00000008) - " +
+                      zeltest::SystemText(ERROR_NOT_ENOUGH_MEMORY) + ". Error Code (0x00000008)\n",
+                  err);
+        EXPECT_TRUE(allZero(&block, sizeof block));
+    }
+}
+
 TEST(ProcessSIDInfo, NullOutputIsRejected) {
     CaptureStderr();
     EXPECT_EQ(-1, TqGetProcessSIDInfo(::GetCurrentProcessId(), nullptr));
@@ -422,7 +456,11 @@ TEST(ProcessExecuting, EmptyOrMissingArgumentsAreRejected) {
     processRecord record = sentinelRecord();
     CaptureStderr();
     EXPECT_EQ(-1, TqIsProcessExecuting("", true, &record));
+    // The record is zeroed before the name is checked.
+    EXPECT_TRUE(allZero(&record, sizeof record));
+    record = sentinelRecord();
     EXPECT_EQ(-1, TqIsProcessExecuting(nullptr, true, &record));
+    EXPECT_TRUE(allZero(&record, sizeof record));
     EXPECT_EQ(-1, TqIsProcessExecuting(kAgentName, true, nullptr));
     EXPECT_EQ("TqIsProcessExecuting : Invalid argument(s) supplied.\n"
               "TqIsProcessExecuting : Invalid argument(s) supplied.\n"
