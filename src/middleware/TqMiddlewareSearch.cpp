@@ -80,11 +80,12 @@ bool findInstalledProduct(const TqMiddlewareSearchDetails& details, TqMiddleware
     return false;
 }
 
-// Logs the exception being handled, sets -23 unless a code was set, and returns its record.
+// Logs the exception being handled, sets -23 unless a failure code was set (an answer of 0 or 1
+// whose record could not be handed out is a failure too), and returns its record.
 std::string recordFailure(const char* function, const char* key, int& result) {
     const char* text = TqCurrentExceptionText();
     const std::string message = text != nullptr ? text : "Unknown Exception Occurred";
-    if (result == tq::kSuccess) {
+    if (result >= tq::kSuccess) {
         result = -tq::kExceptionOccurred;
     }
     TqLogger().Log(kLogError, kTqWorkerTag, function, "Exception Occurred - " + message);
@@ -97,7 +98,8 @@ void setLogFile(const char* logFile) {
     }
 }
 
-// Delivery never lets an exception out: a record that cannot be copied is simply not handed out.
+// Delivery of the exception record never lets an exception out: a record that cannot be copied
+// either is simply not handed out.
 void deliver(const std::string& record, char** jsonOut, int* jsonLength) noexcept {
     try {
         TqHandOutText(record, jsonOut, jsonLength);
@@ -135,12 +137,13 @@ int TqMiddlewareDetectionSearchJSON(const TqMiddlewareSearchDetails* details, ch
             record = TqNotDetectedRecord(details->jsonKey);
             result = 0;
         }
+        TqHandOutText(record, jsonOut, jsonLength);
     } catch (...) {
         const char* key =
             details != nullptr && details->jsonKey != nullptr ? details->jsonKey : "Unknown";
         record = recordFailure("TqMiddlewareDetectionSearchJSON", key, result);
+        deliver(record, jsonOut, jsonLength);
     }
-    deliver(record, jsonOut, jsonLength);
     return result;
 }
 
@@ -175,9 +178,10 @@ int TqOTMiddlewareDetectionJSON(char** jsonOut, int* jsonLength, const char* log
             record = TqNotDetectedRecord(kKey);
             result = 0;
         }
+        TqHandOutText(record, jsonOut, jsonLength);
     } catch (...) {
         record = recordFailure("TqOTMiddlewareDetectionJSON", kKey, result);
+        deliver(record, jsonOut, jsonLength);
     }
-    deliver(record, jsonOut, jsonLength);
     return result;
 }

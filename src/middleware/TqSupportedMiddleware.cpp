@@ -102,7 +102,6 @@ void TqCombineMWResults(std::ostringstream& document, const std::string& record)
 
 int TqSupportedMiddlewareDetectionJSON(char** jsonOut, int* jsonLength, const char* logFile) {
     int result = tq::kSuccess;
-    std::string text;
     try {
         if (jsonOut == nullptr || jsonLength == nullptr) {
             result = tq::kInvalidArguments;
@@ -117,7 +116,7 @@ int TqSupportedMiddlewareDetectionJSON(char** jsonOut, int* jsonLength, const ch
                 "middleware");
         }
         document << "\n}\n";
-        text = document.str();
+        TqHandOutText(document.str(), jsonOut, jsonLength);
     } catch (...) {
         const char* what = TqCurrentExceptionText();
         const std::string message = what != nullptr ? what : "Unknown Exception Occurred";
@@ -126,12 +125,12 @@ int TqSupportedMiddlewareDetectionJSON(char** jsonOut, int* jsonLength, const ch
         }
         TqLogger().Log(kLogError, kTqWorkerTag, "TqSupportedMiddlewareDetectionJSON",
                        "Exception Occurred - " + message);
-        text = TqExceptionRecord("MiddlewareDetection", message);
-    }
-    try {
-        TqHandOutText(text, jsonOut, jsonLength);
-    } catch (...) {
-        result = tq::kInvalidMemoryAllocation;
+        try {
+            TqHandOutText(TqExceptionRecord("MiddlewareDetection", message), jsonOut, jsonLength);
+        } catch (...) {
+            // Not even the exception record could be handed out: no document, and 23.
+            result = tq::kExceptionOccurred;
+        }
     }
     return result;
 }

@@ -1,14 +1,20 @@
 #include "TqOutputText.h"
 
+#include "TqOutputTextSeam.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <new>
+
+TqClientAllocator gTqClientAllocateHook = nullptr;
 
 void TqHandOutText(std::string_view text, char** textOut, int* lengthOut) {
     if (text.empty() || textOut == nullptr || lengthOut == nullptr) {
         return;
     }
-    char* buffer = static_cast<char*>(std::calloc(text.size() + 1, 1));
+    const std::size_t size = text.size() + 1;
+    char* buffer = static_cast<char*>(gTqClientAllocateHook != nullptr ? gTqClientAllocateHook(size)
+                                                                       : std::calloc(size, 1));
     if (buffer == nullptr) {
         throw std::bad_alloc();
     }

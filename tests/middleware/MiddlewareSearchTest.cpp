@@ -1,6 +1,8 @@
 // The installed-program search and its records, against Uninstall entries in the prefix.
 #include "middleware/TqMiddlewareSearch.h"
 
+#include "platform/TqOutputTextSeam.h"
+
 #include "support/TestSupport.h"
 #include "support/Workstation.h"
 
@@ -289,6 +291,80 @@ TEST_F(MiddlewareSearch, OTNotInstalledAndFailures) {
     EXPECT_EQ("{\n\t\"OTMiddleware\": {\n\t\t\"Detected\": \"false\",\n\t\t\"Exception\": "
               "\"Failed to search through registry. Error: (0x00000010) Access Denied.\"\n\t}\n}",
               answer.record);
+}
+
+// --- a client buffer that cannot be had -------------------------------------------------------
+
+// Fails the first `gAllocationsToFail` allocations of client text, then allocates as usual.
+int gAllocationsToFail = 0;
+void* failingAllocation(std::size_t count) {
+    if (gAllocationsToFail > 0) {
+        --gAllocationsToFail;
+        return nullptr;
+    }
+    return std::calloc(count, 1);
+}
+
+class MiddlewareSearchWithoutMemory : public MiddlewareSearch {
+protected:
+    void SetUp() override { gTqClientAllocateHook = failingAllocation; }
+    void TearDown() override {
+        gTqClientAllocateHook = nullptr;
+        gAllocationsToFail = 0;
+    }
+};
+
+const std::string kBadAllocRecord =
+    "{\n\t\"GemaltoMiddleware\": {\n\t\t\"Detected\": \"false\",\n\t\t\"Exception\": "
+    "\"std::bad_alloc\"\n\t}\n}";
+
+TEST_F(MiddlewareSearchWithoutMemory, RecordThatCannotBeHandedOutIsMinus23WithTheExceptionRecord) {
+    workstation.install(gemalto("{ZELTEST-GEMALTO}"));
+    gAllocationsToFail = 1;
+    const Answer answer = search(&kGemalto);
+    EXPECT_EQ(-23, answer.result);
+    EXPECT_EQ(kBadAllocRecord, answer.record);
+    EXPECT_EQ(static_cast<int>(kBadAllocRecord.size()), answer.length);
+    EXPECT_EQ(std::vector<std::string>{"[ERROR] TqZelPlatformMethods::"
+                                       "TqMiddlewareDetectionSearchJSON : Exception Occurred - "
+                                       "std::bad_alloc"},
+              log.bodies());
+}
+
+TEST_F(MiddlewareSearchWithoutMemory, NotDetectedRecordThatCannotBeHandedOutIsMinus23Too) {
+    gAllocationsToFail = 1;
+    const Answer answer = search(&kGemalto);
+    EXPECT_EQ(-23, answer.result);
+    EXPECT_EQ(kBadAllocRecord, answer.record);
+}
+
+TEST_F(MiddlewareSearchWithoutMemory, NoBufferAtAllIsMinus23AndNothingDelivered) {
+    workstation.install(gemalto("{ZELTEST-GEMALTO}"));
+    gAllocationsToFail = 2;
+    const Answer answer = search(&kGemalto);
+    EXPECT_EQ(-23, answer.result);
+    EXPECT_FALSE(answer.delivered);
+    EXPECT_EQ(-1, answer.length);
+    EXPECT_EQ(std::vector<std::string>{"[ERROR] TqZelPlatformMethods::"
+                                       "TqMiddlewareDetectionSearchJSON : Exception Occurred - "
+                                       "std::bad_alloc"},
+              log.bodies());
+}
+
+TEST_F(MiddlewareSearchWithoutMemory, OTRecordThatCannotBeHandedOutIsMinus23) {
+    gAllocationsToFail = 1;
+    Answer answer = searchOT();
+    EXPECT_EQ(-23, answer.result);
+    EXPECT_EQ("{\n\t\"OTMiddleware\": {\n\t\t\"Detected\": \"false\",\n\t\t\"Exception\": "
+              "\"std::bad_alloc\"\n\t}\n}",
+              answer.record);
+    gAllocationsToFail = 2;
+    answer = searchOT();
+    EXPECT_EQ(-23, answer.result);
+    EXPECT_FALSE(answer.delivered);
+    const std::string line = "[ERROR] TqZelPlatformMethods::TqOTMiddlewareDetectionJSON : "
+                             "Exception Occurred - std::bad_alloc";
+    EXPECT_EQ((std::vector<std::string>{line, line}), log.bodies());
 }
 
 } // namespace

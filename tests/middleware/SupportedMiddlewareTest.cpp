@@ -2,6 +2,7 @@
 #include "middleware/TqSupportedMiddleware.h"
 
 #include "logging/ZelLogger.h"
+#include "platform/TqOutputTextSeam.h"
 
 #include "support/TestSupport.h"
 #include "support/Workstation.h"
@@ -267,6 +268,50 @@ TEST_F(SupportedMiddleware, OberthurExportHandsOutTheOTRecord) {
                   "\n}",
               std::string(text));
     dll.api().FreeStringData(&text);
+}
+
+// --- a client buffer that cannot be had -------------------------------------------------------
+
+// Fails every allocation of client text of at least this many bytes; the rows' own records are
+// smaller and are handed out as usual.
+std::size_t gFailFromSize = 0;
+void* allocationFailingFromSize(std::size_t count) {
+    return count >= gFailFromSize ? nullptr : std::calloc(count, 1);
+}
+
+class SupportedMiddlewareWithoutMemory : public SupportedMiddleware {
+protected:
+    void TearDown() override { gTqClientAllocateHook = nullptr; }
+};
+
+const std::string kBadAllocDocument = "{\n\t\"MiddlewareDetection\": {\n\t\t\"Detected\": "
+                                      "\"false\",\n\t\t\"Exception\": \"std::bad_alloc\"\n\t}\n}";
+
+TEST_F(SupportedMiddlewareWithoutMemory, DocumentThatCannotBeHandedOutIs23WithTheExceptionRecord) {
+    gFailFromSize = document(kNothingInstalled).size() + 1;
+    gTqClientAllocateHook = allocationFailingFromSize;
+    const Answer answer = detect();
+    EXPECT_EQ(23, answer.result);
+    EXPECT_EQ(kBadAllocDocument, answer.text);
+    EXPECT_EQ(static_cast<int>(kBadAllocDocument.size()), answer.length);
+    EXPECT_EQ(std::vector<std::string>{"[ERROR] TqZelPlatformMethods::"
+                                       "TqSupportedMiddlewareDetectionJSON : Exception Occurred - "
+                                       "std::bad_alloc"},
+              log.bodies());
+}
+
+TEST_F(SupportedMiddlewareWithoutMemory, NoBufferForTheExceptionRecordEitherIs23AndNoDocument) {
+    ASSERT_LT(notDetected("IdemiaCombinedMiddleware").size() + 4, kBadAllocDocument.size());
+    gFailFromSize = kBadAllocDocument.size() + 1;
+    gTqClientAllocateHook = allocationFailingFromSize;
+    const Answer answer = detect();
+    EXPECT_EQ(23, answer.result);
+    EXPECT_EQ("", answer.text);
+    EXPECT_EQ(-1, answer.length);
+    EXPECT_EQ(std::vector<std::string>{"[ERROR] TqZelPlatformMethods::"
+                                       "TqSupportedMiddlewareDetectionJSON : Exception Occurred - "
+                                       "std::bad_alloc"},
+              log.bodies());
 }
 
 } // namespace
