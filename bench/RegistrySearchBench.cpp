@@ -6,8 +6,8 @@
 // (run it in a Wine prefix of its own: the key is emptied before and after), times each several
 // times in this process and prints the medians and their ratios to the walk.
 #include "ZelPlatformMethods64.h"
-#include "hostutil/TqRegistrySearch.h"
-#include "hostutil/TqUniqueResource.h"
+#include "host/TqRegistrySearch.h"
+#include "base/TqUniqueResource.h"
 
 #include <algorithm>
 #include <cstdio>

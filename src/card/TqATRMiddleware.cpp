@@ -1,12 +1,12 @@
 #include "TqATRMiddleware.h"
 
-#include "hostutil/TqRegistryWrite.h"
-#include "hostutil/TqUniqueResource.h"
+#include "host/TqRegistryWrite.h"
+#include "base/TqUniqueResource.h"
 #include "middleware/TqMiddlewareSearch.h"
 #include "middleware/TqOTMiddleware.h"
-#include "platform/TqOutputText.h"
-#include "platform/TqErrorText.h"
-#include "platform/TqWorkerFailure.h"
+#include "base/TqOutputText.h"
+#include "base/TqErrorText.h"
+#include "logging/TqWorkerFailure.h"
 
 #include <array>
 #include <cstdlib>

@@ -4,8 +4,8 @@
 #include "card/TqMinidriverSession.h"
 #include "logging/ZelLogger.h"
 #include "middleware/TqMiddlewareSearch.h"
-#include "platform/TqResultCodes.h"
-#include "platform/TqWorkerFailure.h"
+#include "base/TqResultCodes.h"
+#include "logging/TqWorkerFailure.h"
 
 #include <cstdlib>
 #include <iostream>

@@ -1,8 +1,8 @@
 #include "TqEnrollmentMode.h"
 
-#include "hostutil/TqUniqueResource.h"
-#include "platform/TqOutputText.h"
-#include "platform/TqWorkerFailure.h"
+#include "base/TqUniqueResource.h"
+#include "base/TqOutputText.h"
+#include "logging/TqWorkerFailure.h"
 
 #include <cstring>
 #include <stdexcept>

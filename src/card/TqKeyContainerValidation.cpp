@@ -1,11 +1,11 @@
 #include "TqKeyContainerValidation.h"
 
 #include "card/TqEnrollmentMode.h"
-#include "hostutil/TqUniqueResource.h"
+#include "base/TqUniqueResource.h"
 #include "logging/ZelLogger.h"
-#include "platform/TqErrorText.h"
-#include "platform/TqResultCodes.h"
-#include "platform/TqWorkerFailure.h"
+#include "base/TqErrorText.h"
+#include "base/TqResultCodes.h"
+#include "logging/TqWorkerFailure.h"
 
 #include <cstdlib>
 #include <cstring>

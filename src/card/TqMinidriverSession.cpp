@@ -1,10 +1,10 @@
 #include "TqMinidriverSession.h"
 
 #include "card/TqCacheFreshness.h"
-#include "hostutil/TqUniqueResource.h"
+#include "base/TqUniqueResource.h"
 #include "logging/ZelLogger.h"
-#include "platform/TqErrorText.h"
-#include "platform/TqWorkerFailure.h"
+#include "base/TqErrorText.h"
+#include "logging/TqWorkerFailure.h"
 
 #include <cstring>
 #include <stdexcept>

@@ -2,7 +2,7 @@
 
 #include "card/TqPKCS11Environment.h"
 #include "logging/ZelLogger.h"
-#include "platform/TqResultCodes.h"
+#include "base/TqResultCodes.h"
 
 #include <cstring>
 #include <iostream>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "card/TqPKCS11Types.h"
-#include "hostutil/TqUniqueResource.h"
+#include "base/TqUniqueResource.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
 #include "TqIdentityAgent.h"
 
-#include "hostutil/TqRegistrySearch.h"
-#include "platform/TqResultCodes.h"
+#include "host/TqRegistrySearch.h"
+#include "base/TqResultCodes.h"
 
 #include <cstring>
 #include <iostream>

@@ -5,7 +5,7 @@
 // "<function> : <text>".
 #pragma once
 
-#include "hostutil/TqProcessUtils.h"
+#include "host/TqProcessUtils.h"
 #include "identityagent/TqSpringCheck.h"
 
 #include <cstdint>

@@ -1,12 +1,12 @@
 #include "TqSpringCheck.h"
 
 #include "TqSpringCheckSeam.h"
-#include "hostutil/TqRegistrySearch.h"
-#include "hostutil/TqRegistryWrite.h"
-#include "hostutil/TqUniqueResource.h"
-#include "platform/TqErrorText.h"
-#include "platform/TqResultCodes.h"
-#include "platform/TqWindowsCallError.h"
+#include "host/TqRegistrySearch.h"
+#include "host/TqRegistryWrite.h"
+#include "base/TqUniqueResource.h"
+#include "base/TqErrorText.h"
+#include "base/TqResultCodes.h"
+#include "base/TqWindowsCallError.h"
 
 #include <algorithm>
 #include <array>

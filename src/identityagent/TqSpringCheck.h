@@ -3,7 +3,7 @@
 // agent's default. Diagnostics go to standard error as "<function> : <message>".
 #pragma once
 
-#include "hostutil/TqProcessUtils.h"
+#include "host/TqProcessUtils.h"
 
 #include <cstddef>
 #include <cstdint>

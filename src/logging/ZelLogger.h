@@ -1,7 +1,7 @@
 // The library's one process-wide log writer.
 #pragma once
 
-#include "hostutil/TqUniqueResource.h"
+#include "base/TqUniqueResource.h"
 
 #include <cstdint>
 #include <string>

@@ -1,6 +1,6 @@
 #include "TqDriverFileProperties.h"
 
-#include "platform/TqResultCodes.h"
+#include "base/TqResultCodes.h"
 
 #include <windows.h>
 

@@ -1,9 +1,9 @@
 #include "TqDriverUpdateSearch.h"
 
-#include "hostutil/TqRegistrySearch.h"
+#include "host/TqRegistrySearch.h"
 #include "middleware/TqDriverFileProperties.h"
 #include "middleware/TqMiddlewareRecord.h"
-#include "platform/TqWorkerFailure.h"
+#include "logging/TqWorkerFailure.h"
 
 #include <shlobj.h>
 

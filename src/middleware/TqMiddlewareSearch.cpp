@@ -1,10 +1,10 @@
 #include "TqMiddlewareSearch.h"
 
-#include "hostutil/TqRegistrySearch.h"
-#include "hostutil/TqStringUtil.h"
+#include "host/TqRegistrySearch.h"
+#include "base/TqStringUtil.h"
 #include "middleware/TqMiddlewareRecord.h"
-#include "platform/TqOutputText.h"
-#include "platform/TqWorkerFailure.h"
+#include "base/TqOutputText.h"
+#include "logging/TqWorkerFailure.h"
 
 #include <cstring>
 #include <stdexcept>

@@ -1,7 +1,7 @@
 #include "TqNameFilters.h"
 
-#include "hostutil/TqStringUtil.h"
-#include "platform/TqResultCodes.h"
+#include "base/TqStringUtil.h"
+#include "base/TqResultCodes.h"
 
 #include <cstdint>
 #include <regex>

@@ -1,8 +1,8 @@
 #include "TqOTMiddleware.h"
 
-#include "hostutil/TqUniqueResource.h"
-#include "platform/TqErrorText.h"
-#include "platform/TqWorkerFailure.h"
+#include "base/TqUniqueResource.h"
+#include "base/TqErrorText.h"
+#include "logging/TqWorkerFailure.h"
 
 #include <regex>
 #include <stdexcept>

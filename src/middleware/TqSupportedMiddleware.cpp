@@ -1,11 +1,11 @@
 #include "TqSupportedMiddleware.h"
 
-#include "hostutil/TqStringUtil.h"
+#include "base/TqStringUtil.h"
 #include "middleware/TqDriverUpdateSearch.h"
 #include "middleware/TqMiddlewareRecord.h"
 #include "middleware/TqMiddlewareSearch.h"
-#include "platform/TqOutputText.h"
-#include "platform/TqWorkerFailure.h"
+#include "base/TqOutputText.h"
+#include "logging/TqWorkerFailure.h"
 
 #include <cstdlib>
 #include <iostream>

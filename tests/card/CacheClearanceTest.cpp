@@ -3,7 +3,7 @@
 #include "card/TqCacheClearance.h"
 #include "card/TqEnrollmentMode.h"
 #include "logging/ZelLogger.h"
-#include "platform/TqZelDLLPlatform.h"
+#include "api/TqZelDLLPlatform.h"
 
 #include "support/TestSupport.h"
 #include "support/VirtualCard.h"

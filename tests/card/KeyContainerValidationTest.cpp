@@ -1,7 +1,7 @@
 // Key-container enumeration and the Oberthur content check against the kit's CSP and card.
 #include "card/TqEnrollmentMode.h"
 #include "card/TqKeyContainerValidation.h"
-#include "platform/TqErrorText.h"
+#include "base/TqErrorText.h"
 
 #include "support/TestSupport.h"
 #include "support/VirtualCard.h"

@@ -2,7 +2,7 @@
 #include "card/TqEnrollmentMode.h"
 #include "card/TqPKCS11ActiveApplet.h"
 #include "card/TqPKCS11Environment.h"
-#include "platform/TqZelDLLPlatform.h"
+#include "api/TqZelDLLPlatform.h"
 
 #include "support/TestSupport.h"
 

@@ -1,4 +1,4 @@
-#include "platform/TqErrorText.h"
+#include "base/TqErrorText.h"
 
 #include <windows.h>
 

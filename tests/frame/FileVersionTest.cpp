@@ -1,4 +1,4 @@
-#include "platform/TqFileVersion.h"
+#include "host/TqFileVersion.h"
 
 #include "support/TestSupport.h"
 

@@ -1,5 +1,5 @@
 // The common call frame of the platform operations, driven through the class itself.
-#include "platform/TqZelDLLPlatform.h"
+#include "api/TqZelDLLPlatform.h"
 
 #include "card/TqEnrollmentMode.h"
 #include "logging/ZelLogger.h"

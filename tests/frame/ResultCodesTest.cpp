@@ -1,4 +1,4 @@
-#include "platform/TqResultCodes.h"
+#include "base/TqResultCodes.h"
 
 #include <gtest/gtest.h>
 

@@ -8,7 +8,7 @@
 // cannot be read is not taken for this user's agent.
 #include "identityagent/IdentityAgentFixture.h"
 #include "identityagent/TqIdentityAgent.h"
-#include "platform/TqZelDLLPlatform.h"
+#include "api/TqZelDLLPlatform.h"
 #include "support/KitProcesses.h"
 
 #include <cstdlib>

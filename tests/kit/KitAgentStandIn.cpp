@@ -9,7 +9,7 @@
 //                started by hand (the demo runs it as the sample workstation's agent).
 //   OWNER_PID    id of the test process; the program also ends (with 6) when that process
 //                ends, so a test that dies leaves no agent behind for the tests after it.
-#include "hostutil/TqUniqueResource.h"
+#include "base/TqUniqueResource.h"
 
 #include <cstdlib>
 

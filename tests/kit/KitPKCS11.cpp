@@ -5,7 +5,7 @@
 //   "Without" (REG_SZ "C_Finalize" or "C_Initialize"): that entry of the list is null.
 // Its structures are laid out by hand from the standard's byte offsets (one-byte packing), so
 // the library's own declarations are checked against an independent reading.
-#include "hostutil/TqUniqueResource.h"
+#include "base/TqUniqueResource.h"
 
 #include <cstdio>
 #include <cstring>

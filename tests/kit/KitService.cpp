@@ -2,7 +2,7 @@
 // (for example "KVR Card Checker"). It accepts stop, pause and continue, and reports each new
 // state to the service control manager at once, so a test can drive it through running,
 // paused and stopped.
-#include "hostutil/TqUniqueResource.h"
+#include "base/TqUniqueResource.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The installed-program search and its records, against Uninstall entries in the prefix.
 #include "middleware/TqMiddlewareSearch.h"
 
-#include "platform/TqOutputTextSeam.h"
+#include "base/TqOutputTextSeam.h"
 
 #include "support/TestSupport.h"
 #include "support/Workstation.h"

@@ -1,7 +1,7 @@
 // Known OT releases found by their product-code keys in the real registry of the prefix.
 #include "middleware/TqOTMiddleware.h"
 
-#include "platform/TqZelDLLPlatform.h"
+#include "api/TqZelDLLPlatform.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>

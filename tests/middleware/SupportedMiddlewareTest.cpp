@@ -2,7 +2,7 @@
 #include "middleware/TqSupportedMiddleware.h"
 
 #include "logging/ZelLogger.h"
-#include "platform/TqOutputTextSeam.h"
+#include "base/TqOutputTextSeam.h"
 
 #include "support/TestSupport.h"
 #include "support/Workstation.h"

@@ -5,7 +5,7 @@
 #include <windows.h>
 
 #include "ZelPlatformMethods64.h"
-#include "hostutil/TqUniqueResource.h"
+#include "base/TqUniqueResource.h"
 
 #include <string>
 #include <vector>

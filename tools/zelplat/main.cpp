@@ -4,8 +4,8 @@
 #include "IdentityAgentTable.h"
 #include "MiddlewareTable.h"
 #include "ZelPlatformMethods64.h"
-#include "hostutil/TqUniqueResource.h"
-#include "platform/TqResultCodes.h"
+#include "base/TqUniqueResource.h"
+#include "base/TqResultCodes.h"
 
 #include <algorithm>
 #include <cstdio>

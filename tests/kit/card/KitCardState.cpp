@@ -1,6 +1,6 @@
 #include "KitCardState.h"
 
-#include "hostutil/TqUniqueResource.h"
+#include "base/TqUniqueResource.h"
 
 #include <cstdio>
 #include <fstream>

@@ -3,7 +3,7 @@
 // and the card in it, come from the card-state file; the card-type database is the real
 // registry, as on Windows.
 #include "KitCardState.h"
-#include "hostutil/TqUniqueResource.h"
+#include "base/TqUniqueResource.h"
 
 #include <cstring>
 #include <map>

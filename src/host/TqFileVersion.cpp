@@ -1,10 +1,10 @@
 #include "TqFileVersion.h"
 
 #include "logging/ZelLogger.h"
-#include "platform/TqErrorText.h"
-#include "platform/TqOutputText.h"
-#include "platform/TqResultCodes.h"
-#include "platform/TqWorkerFailure.h"
+#include "base/TqErrorText.h"
+#include "base/TqOutputText.h"
+#include "base/TqResultCodes.h"
+#include "logging/TqWorkerFailure.h"
 
 #include <cstdio>
 #include <stdexcept>

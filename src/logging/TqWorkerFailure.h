@@ -2,7 +2,7 @@
 #pragma once
 
 #include "logging/ZelLogger.h"
-#include "platform/TqResultCodes.h"
+#include "base/TqResultCodes.h"
 
 #include <exception>
 #include <string>

@@ -1,6 +1,6 @@
 // The typed registry readers and the installed-product version lookup, against the machine
 // hive of the prefix.
-#include "hostutil/RegistryHits.h"
+#include "host/RegistryHits.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>

@@ -1,10 +1,10 @@
 #include "TqRegistrySearch.h"
 
-#include "TqStringUtil.h"
-#include "TqUniqueResource.h"
-#include "platform/TqErrorText.h"
-#include "platform/TqResultCodes.h"
-#include "platform/TqWindowsCallError.h"
+#include "base/TqStringUtil.h"
+#include "base/TqUniqueResource.h"
+#include "base/TqErrorText.h"
+#include "base/TqResultCodes.h"
+#include "base/TqWindowsCallError.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 #include "TqStringUtil.h"
 
-#include "platform/TqResultCodes.h"
+#include "base/TqResultCodes.h"
 
 #include <charconv>
 #include <exception>

@@ -1,6 +1,6 @@
 #include "TqRegistryPath.h"
 
-#include "platform/TqResultCodes.h"
+#include "base/TqResultCodes.h"
 
 #include <exception>
 #include <iostream>

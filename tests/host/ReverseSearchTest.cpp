@@ -1,6 +1,6 @@
 // Where a key name sits in a registry path: the component rules of the reverse search,
 // including the ones that look odd on purpose.
-#include "hostutil/TqRegistryPath.h"
+#include "host/TqRegistryPath.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 // diagnostic lines the search writes for a failed open.
 #pragma once
 
-#include "hostutil/TqRegistrySearch.h"
-#include "platform/TqErrorText.h"
+#include "host/TqRegistrySearch.h"
+#include "base/TqErrorText.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Text values the library writes: the stored bytes depend on the text alone, never on what
 // happens to follow it in memory.
-#include "hostutil/TqRegistryWrite.h"
+#include "host/TqRegistryWrite.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>

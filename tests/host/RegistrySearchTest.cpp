@@ -1,6 +1,6 @@
 // The recursive registry search against the real registry of the prefix: result codes, the
 // exact hit lists for every flag combination the library's callers use, and the diagnostics.
-#include "hostutil/RegistryHits.h"
+#include "host/RegistryHits.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // Registry content the search must survive: values without data, strings without their
 // terminator, very large values, very many values, very deep keys.
-#include "hostutil/RegistryHits.h"
+#include "host/RegistryHits.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>

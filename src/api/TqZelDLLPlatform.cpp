@@ -10,9 +10,9 @@
 #include "middleware/TqMiddlewareSearch.h"
 #include "middleware/TqOTMiddleware.h"
 #include "middleware/TqSupportedMiddleware.h"
-#include "platform/TqOutputText.h"
-#include "platform/TqResultCodes.h"
-#include "platform/TqWorkerFailure.h"
+#include "base/TqOutputText.h"
+#include "base/TqResultCodes.h"
+#include "logging/TqWorkerFailure.h"
 
 #include <cstdlib>
 #include <stdexcept>

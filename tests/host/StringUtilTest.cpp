@@ -1,5 +1,5 @@
 // The split, trim and version-number helpers, with the diagnostic lines they write.
-#include "hostutil/TqStringUtil.h"
+#include "base/TqStringUtil.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "TqErrorText.h"
 
 #include "TqResultCodes.h"
-#include "hostutil/TqUniqueResource.h"
+#include "base/TqUniqueResource.h"
 
 #include <cstdio>
 #include <iostream>

@@ -1,10 +1,10 @@
 #include "TqProcessUtils.h"
 
-#include "hostutil/TqProcessSeam.h"
-#include "hostutil/TqUniqueResource.h"
-#include "platform/TqErrorText.h"
-#include "platform/TqResultCodes.h"
-#include "platform/TqWindowsCallError.h"
+#include "host/TqProcessSeam.h"
+#include "base/TqUniqueResource.h"
+#include "base/TqErrorText.h"
+#include "base/TqResultCodes.h"
+#include "base/TqWindowsCallError.h"
 
 #include <psapi.h>
 #include <sddl.h>

@@ -2,8 +2,8 @@
 #define ZEL_PLATFORM_METHODS64_BUILD
 #include "ZelPlatformMethods64.h"
 
-#include "platform/TqFileVersion.h"
-#include "platform/TqZelDLLPlatform.h"
+#include "host/TqFileVersion.h"
+#include "api/TqZelDLLPlatform.h"
 
 #include <cstdlib>
 
