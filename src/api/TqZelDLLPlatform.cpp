@@ -10,6 +10,7 @@
 #include "middleware/TqMiddlewareSearch.h"
 #include "middleware/TqOTMiddleware.h"
 #include "middleware/TqSupportedMiddleware.h"
+#include "base/TqFailureGuard.h"
 #include "base/TqOutputText.h"
 #include "base/TqResultCodes.h"
 #include "logging/TqWorkerFailure.h"
@@ -37,29 +38,28 @@ constexpr int kCacheClearAttempts = 3;
 template <typename Body>
 int TqZelDLLPlatform::inFrame(const char* function, const char* logFile, char** textOut,
                               Body&& body) noexcept {
-    int result = tq::kSuccess;
     char* const textOnEntry = textOut != nullptr ? *textOut : nullptr;
-    try {
-        if (logFile != nullptr) {
-            TqLogger().SetFileName(logFile);
-        }
-        body(result);
-        TqLogger().Log(kLogInfo, tag, function, "Leaving");
-    } catch (...) {
-        if (result == tq::kSuccess) {
-            result = tq::kExceptionOccurred;
-        }
-        if (textOut != nullptr) {
-            if (*textOut != textOnEntry) {
-                std::free(*textOut);
+    return TqGuard<int>(
+        [&](int& result) {
+            if (logFile != nullptr) {
+                TqLogger().SetFileName(logFile);
             }
-            *textOut = nullptr;
-        }
-        const char* text = TqCurrentExceptionText();
-        TqLogger().Log(kLogError, tag, function,
-                       text != nullptr ? text : "Unexpected Error occurred");
-    }
-    return result;
+            body(result);
+            TqLogger().Log(kLogInfo, tag, function, "Leaving");
+        },
+        [&](const TqCaught& caught) {
+            TqLogger().Log(kLogError, tag, function,
+                           caught.standard() ? caught.text : "Unexpected Error occurred");
+        },
+        [&](const TqCaught&, int resultSoFar) noexcept {
+            if (textOut != nullptr) {
+                if (*textOut != textOnEntry) {
+                    std::free(*textOut);
+                }
+                *textOut = nullptr;
+            }
+            return resultSoFar != tq::kSuccess ? resultSoFar : tq::kExceptionOccurred;
+        });
 }
 
 void TqZelDLLPlatform::requireArguments(bool valid, const char* failureText, int& result) const {

@@ -1,8 +1,9 @@
 // How a worker turns its own failures into a result code and a log line.
 #pragma once
 
-#include "logging/ZelLogger.h"
+#include "base/TqFailureGuard.h"
 #include "base/TqResultCodes.h"
+#include "logging/ZelLogger.h"
 
 #include <exception>
 #include <string>
@@ -40,19 +41,14 @@ inline constexpr TqFailureStyle kTqCommonFailureStyle{
 // worker had not set a code yet, the style's code. Never lets an exception out.
 template <typename Body>
 int TqRunWorker(const char* function, const TqFailureStyle& style, Body&& body) noexcept {
-    int result = tq::kSuccess;
-    try {
-        body(result);
-    } catch (...) {
-        const char* text = TqCurrentExceptionText();
-        TqLogger().Log(kLogError, style.tag, function,
-                       text != nullptr ? std::string(style.prefix) + text
-                                       : std::string(style.unknownText));
-        if (result == tq::kSuccess) {
-            result = style.fallbackCode;
-        }
-    }
-    return result;
+    return TqGuard<int>(
+        std::forward<Body>(body),
+        [&](const TqCaught& caught) {
+            TqLogger().Log(kLogError, style.tag, function,
+                           caught.standard() ? std::string(style.prefix) + caught.text
+                                             : std::string(style.unknownText));
+        },
+        TqKeepOr(style.fallbackCode));
 }
 
 template <typename Body> int TqRunWorker(const char* function, Body&& body) noexcept {
