@@ -41,6 +41,11 @@ struct TqRegistrySearchEntry {
     void ClearResults() noexcept;
 };
 
+// What a search step answers, besides 0 (nothing) and the negative failures.
+inline constexpr int kTqSearchValueMatched = 2; // a value matched, not yet recorded as a hit
+inline constexpr int kTqSearchHit = 4;          // a hit was recorded: the search ends
+inline constexpr int kTqSearchKeyNameHit = 5;   // a key-name hit was recorded: go on
+
 // Searches keyPath under entry->root in the 64-bit view, sub-keys before the key's own values.
 // 4 = a hit was recorded at or below the key; 5 = key-name hit, go on; 2 = a value matched
 // without a hit; 0 = nothing; negative = -1, -4, -15 (missing key), -16 (access denied), -23.
