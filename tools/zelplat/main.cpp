@@ -15,8 +15,8 @@
 
 namespace {
 
-constexpr int kUsageError = 1;  // "One or more invalid arguments"
-constexpr int kLoadFailed = 29; // "Failed to load required component"
+constexpr int kUsageError = tq::kInvalidArguments;
+constexpr int kLoadFailed = tq::kLoadFailed;
 
 const char kUsage[] =
     "usage: zelplat [--log FILE] COMMAND [ARGUMENTS]\n"
