@@ -14,6 +14,7 @@ constexpr const char* kBadBraceRange = "Invalid range in '{}' in regular express
 constexpr const char* kMismatchedBrace = "Mismatched '{' and '}' in regular expression";
 constexpr const char* kTrailingEscape = "Invalid escape at end of regular expression";
 constexpr const char* kBadClassRange = "Invalid range in bracket expression.";
+constexpr const char* kBadRangeEnd = "Invalid end of '[x-x]' range in regular expression";
 
 constexpr std::size_t kMaxNesting = 64;       // groups inside groups
 constexpr std::size_t kMaxRepeatCount = 1000; // n and m of {n,m}
@@ -338,6 +339,10 @@ private:
         char c = peek();
         ++position_;
         single = true;
+        if (c == '[') {
+            // std::regex reads "[:", "[=" and "[." as the start of a named class.
+            unsupported("'[' inside a bracket class");
+        }
         if (c != '\\') {
             return static_cast<unsigned char>(c);
         }
@@ -376,11 +381,15 @@ private:
                 ++position_;
                 break;
             }
-            if (peek() == '[') {
-                unsupported("'[' inside a bracket class");
-            }
             bool single = false;
             const unsigned char first = bracketMember(set, single);
+            if (!single && !atEnd() && peek() == '-' && position_ + 1 < pattern_.size() &&
+                pattern_[position_ + 1] != ']') {
+                unsupported("a range from a class escape");
+            }
+            if (single && !atEnd() && peek() == '-' && position_ + 1 >= pattern_.size()) {
+                refuse(kBadRangeEnd);
+            }
             const bool range = single && position_ + 1 < pattern_.size() && peek() == '-' &&
                                pattern_[position_ + 1] != ']';
             if (!range) {
@@ -683,8 +692,8 @@ bool TqPattern::run(std::string_view text, std::size_t from, bool wholeText, boo
             std::fill(slots.begin(), slots.end(), npos);
             addThread(program_, current, 0, slots, pos, text.size(), jobs);
         }
-        if (current.pcs.empty()) {
-            break;
+        if (current.pcs.empty() && (!found.empty() || anchoredAtFrom)) {
+            break; // nothing left that could still match
         }
         for (std::size_t t = 0; t < current.pcs.size(); ++t) {
             const Instruction& instruction = program_[current.pcs[t]];
