@@ -5,6 +5,7 @@
 #include <wincrypt.h>
 #include <winscard.h>
 
+#include <cstdlib>
 #include <utility>
 
 template <typename Traits> class TqUniqueResource {
@@ -134,6 +135,14 @@ struct TqProcessHeapTraits {
     static void close(type memory) noexcept { ::HeapFree(::GetProcessHeap(), 0, memory); }
 };
 
+// Text handed out to a client (malloc'd, TqHandOutText) that the library itself receives back
+// from another worker: released with free, exactly as a client releases it.
+struct TqClientTextTraits {
+    using type = char*;
+    static type invalid() noexcept { return nullptr; }
+    static void close(type text) noexcept { std::free(text); }
+};
+
 using TqUniqueRegKey = TqUniqueResource<TqRegKeyTraits>;
 using TqUniqueHandle = TqUniqueResource<TqKernelHandleTraits>;
 using TqUniqueFile = TqUniqueResource<TqFileHandleTraits>;
@@ -147,3 +156,4 @@ using TqUniqueSCardContext = TqUniqueResource<TqSCardContextTraits>;
 using TqUniqueSCardHandle = TqUniqueResource<TqSCardHandleTraits>;
 using TqUniqueSCardSession = TqUniqueResource<TqSCardSessionTraits>;
 using TqUniqueHeapMemory = TqUniqueResource<TqProcessHeapTraits>;
+using TqUniqueClientText = TqUniqueResource<TqClientTextTraits>;

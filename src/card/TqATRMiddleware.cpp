@@ -6,14 +6,13 @@
 #include "middleware/TqOTMiddleware.h"
 #include "base/TqOutputText.h"
 #include "base/TqErrorText.h"
+#include "base/TqFailureGuard.h"
 #include "logging/TqWorkerFailure.h"
 
 #include <array>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <iostream>
-#include <stdexcept>
 #include <vector>
 
 namespace {
@@ -49,7 +48,8 @@ void progress(const std::string& line) {
     std::cout << kSetName << " : " << line << std::endl;
 }
 
-void reportFailure(const std::string& message) {
+// An entry that cannot be opened or written ends the writing; the entries before it stay.
+void reportUnwritableEntry(const std::string& message) {
     progress("[ERROR] " + message);
     TqLogger().Log(kLogError, kTqWorkerTag, kSetName, message);
 }
@@ -88,70 +88,78 @@ LSTATUS writeEntry(HKEY key, bool contactless, BYTE firstByte) {
     return status;
 }
 
+// The first ATR byte that claims the card for the middleware, or that no card starts with.
+BYTE firstByteFor(const char* middleware, int& result) {
+    if (middleware == nullptr) {
+        result = tq::kInvalidArguments;
+        throw TqFailure("ATRMode argument is invalid");
+    }
+    if (std::strcmp(middleware, "GEMSAFE") == 0) {
+        return kGemSafeFirstByte;
+    }
+    if (std::strcmp(middleware, "PIVMINIDRIVER") == 0) {
+        return kPivFirstByte;
+    }
+    result = tq::kUnsupported;
+    throw TqFailure(std::string("Unsupported Middleware type ") + middleware);
+}
+
+// Opens the entry's key, creating it when it is missing.
+LSTATUS openEntry(const EntryOpening& opening, TqUniqueRegKey& key) {
+    LSTATUS status =
+        ::RegOpenKeyExA(HKEY_LOCAL_MACHINE, opening.path, 0, opening.access, key.put());
+    if (status == ERROR_FILE_NOT_FOUND) {
+        progress(std::string("[INFO] Creating registry key ") + opening.path);
+        status =
+            ::RegCreateKeyExA(HKEY_LOCAL_MACHINE, opening.path, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                              opening.access, nullptr, key.put(), nullptr);
+    }
+    return status;
+}
+
+// Writes every opening's entry in turn; 4 at the first key or value that cannot be written.
+int writeEntries(BYTE firstByte) {
+    progress("64Bit Env");
+    for (const EntryOpening& opening : kOpenings) {
+        TqUniqueRegKey key;
+        LSTATUS status = openEntry(opening, key);
+        if (status != ERROR_SUCCESS) {
+            reportUnwritableEntry(std::string("Could not find or create the registry key ") +
+                                  opening.path + " " + TqGetLastErrorAsString(status));
+            return tq::kInternalError;
+        }
+        progress(opening.contactless ? "RFID" : "NON RFID");
+        status = writeEntry(key.get(), opening.contactless, firstByte);
+        if (status != ERROR_SUCCESS) {
+            reportUnwritableEntry(std::string("Could not find or create the registry value ") +
+                                  opening.path + " " + TqGetLastErrorAsString(status));
+            return tq::kInternalError;
+        }
+    }
+    return tq::kSuccess;
+}
+
 } // namespace
 
 int TqSetATRMiddlewareDetection(const char* middleware, const char* logFile) {
-    int result = tq::kSuccess;
-    try {
-        if (logFile != nullptr) {
-            TqLogger().SetFileName(logFile);
-        }
-        TqLogger().Log(kLogInfo, kTqWorkerTag, kSetName, "Entered");
-        if (middleware == nullptr) {
-            result = tq::kInvalidArguments;
-            throw std::runtime_error("ATRMode argument is invalid");
-        }
-        BYTE firstByte = 0;
-        if (std::strcmp(middleware, "GEMSAFE") == 0) {
-            firstByte = kGemSafeFirstByte;
-        } else if (std::strcmp(middleware, "PIVMINIDRIVER") == 0) {
-            firstByte = kPivFirstByte;
-        } else {
-            result = tq::kUnsupported;
-            throw std::runtime_error(std::string("Unsupported Middleware type ") + middleware);
-        }
-        progress("64Bit Env");
-        for (const EntryOpening& opening : kOpenings) {
-            TqUniqueRegKey key;
-            LSTATUS status =
-                ::RegOpenKeyExA(HKEY_LOCAL_MACHINE, opening.path, 0, opening.access, key.put());
-            if (status == ERROR_FILE_NOT_FOUND) {
-                progress(std::string("[INFO] Creating registry key ") + opening.path);
-                status = ::RegCreateKeyExA(HKEY_LOCAL_MACHINE, opening.path, 0, nullptr,
-                                           REG_OPTION_NON_VOLATILE, opening.access, nullptr,
-                                           key.put(), nullptr);
+    const int answer = TqGuard<int>(
+        [&](int& result) {
+            if (logFile != nullptr) {
+                TqLogger().SetFileName(logFile);
             }
-            if (status != ERROR_SUCCESS) {
-                reportFailure(std::string("Could not find or create the registry key ") +
-                              opening.path + " " + TqGetLastErrorAsString(status));
-                result = tq::kInternalError;
-                break;
-            }
-            progress(opening.contactless ? "RFID" : "NON RFID");
-            status = writeEntry(key.get(), opening.contactless, firstByte);
-            if (status != ERROR_SUCCESS) {
-                reportFailure(std::string("Could not find or create the registry value ") +
-                              opening.path + " " + TqGetLastErrorAsString(status));
-                result = tq::kInternalError;
-                break;
-            }
-        }
-    } catch (...) {
-        const char* text = TqCurrentExceptionText();
-        if (text != nullptr) {
-            progress(std::string("[Error] Std Exception - ") + text);
-        } else {
-            progress("[Error] Unexpected Error");
-        }
-        TqLogger().Log(kLogError, kTqWorkerTag, kSetName,
-                       text != nullptr ? std::string("Exception occurred: ") + text
-                                       : std::string("Unexpected Error occurred"));
-        if (result == tq::kSuccess) {
-            result = tq::kExceptionOccurred;
-        }
-    }
+            TqLogger().Log(kLogInfo, kTqWorkerTag, kSetName, "Entered");
+            result = writeEntries(firstByteFor(middleware, result));
+        },
+        [](const TqCaught& caught) {
+            progress(caught.standard() ? std::string("[Error] Std Exception - ") + caught.text
+                                       : std::string("[Error] Unexpected Error"));
+            TqLogger().Log(kLogError, kTqWorkerTag, kSetName,
+                           caught.standard() ? std::string("Exception occurred: ") + caught.text
+                                             : std::string("Unexpected Error occurred"));
+        },
+        TqKeepOr<int>(tq::kExceptionOccurred));
     TqLogger().Log(kLogInfo, kTqWorkerTag, kSetName, "Leaving");
-    return result;
+    return answer;
 }
 
 namespace {
@@ -172,11 +180,10 @@ const char* wordOf(EntryReading reading) {
 // Whether the OT middleware's record says it is installed. The record's "Detected" must read
 // exactly "TRUE".
 bool otMiddlewareInstalled(const char* logFile) {
-    char* text = nullptr;
+    TqUniqueClientText text;
     int length = 0;
-    const int detected = TqOTMiddlewareDetectionJSON(&text, &length, logFile);
-    const std::string record = text != nullptr ? text : "";
-    std::free(text);
+    const int detected = TqOTMiddlewareDetectionJSON(text.put(), &length, logFile);
+    const std::string record = text ? text.get() : "";
     if (detected != 1) {
         return false;
     }
@@ -192,9 +199,9 @@ EntryReading readEntry(const char* path, int& result) {
     LSTATUS status =
         ::RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, KEY_READ | KEY_WOW64_64KEY, key.put());
     if (status != ERROR_SUCCESS) {
-        result = 19;
-        throw std::runtime_error(std::string("Failed to open registry key ") + path +
-                                 TqGetLastErrorAsString(status));
+        result = tq::kFileAccessFailed;
+        throw TqFailure(std::string("Failed to open registry key ") + path +
+                        TqGetLastErrorAsString(status));
     }
     DWORD size = 0;
     status = ::RegQueryValueExA(key.get(), "ATR", nullptr, nullptr, nullptr, &size);
@@ -203,9 +210,9 @@ EntryReading readEntry(const char* path, int& result) {
         status = ::RegQueryValueExA(key.get(), "ATR", nullptr, nullptr, atr.data(), &size);
     }
     if (status != ERROR_SUCCESS) {
-        result = 21;
-        throw std::runtime_error(std::string("Failed to query registry value  ") + "ATR" +
-                                 TqGetLastErrorAsString(status));
+        result = tq::kFileReadFailure;
+        throw TqFailure(std::string("Failed to query registry value  ") + "ATR" +
+                        TqGetLastErrorAsString(status));
     }
     if (atr[0] == kPivFirstByte) {
         return EntryReading::kPivMinidriver;
@@ -213,54 +220,59 @@ EntryReading readEntry(const char* path, int& result) {
     return atr[0] == kGemSafeFirstByte ? EntryReading::kGemSafe : EntryReading::kUnknown;
 }
 
+// What both entries name together. The OT middleware settles entries that disagree or that
+// name no minidriver the library knows.
+const char* entriesAnswer(bool otInstalled, int& result) {
+    const EntryReading contact = readEntry(kTqJcopContactKey, result);
+    const EntryReading contactless = readEntry(kTqJcopContactlessKey, result);
+    const bool unknown = contact == EntryReading::kUnknown || contactless == EntryReading::kUnknown;
+    if (!unknown && contact == contactless) {
+        return wordOf(contact);
+    }
+    if (otInstalled) {
+        return "PIVMINIDRIVER";
+    }
+    if (!unknown) {
+        result = tq::kTypeUndetermined;
+        return "UNKNOWN";
+    }
+    result = tq::kNotFound;
+    throw TqFailure("Registry value for the ATR is not known and OT Middleware not installed.");
+}
+
 } // namespace
 
 int TqGetATRMiddlewareDetection(char** middlewareOut, int* lengthOut, const char* logFile) {
-    int result = tq::kSuccess;
     const char* answer = "UNKNOWN";
-    try {
-        if (logFile != nullptr) {
-            TqLogger().SetFileName(logFile);
-        }
-        if (middlewareOut == nullptr || lengthOut == nullptr) {
-            result = tq::kInvalidArguments;
-            throw std::runtime_error("One or more calling arguments is invalid");
-        }
-        const bool otInstalled = otMiddlewareInstalled(logFile);
-        const EntryReading contact = readEntry(kTqJcopContactKey, result);
-        const EntryReading contactless = readEntry(kTqJcopContactlessKey, result);
-        const bool unknown =
-            contact == EntryReading::kUnknown || contactless == EntryReading::kUnknown;
-        if (!unknown && contact == contactless) {
-            answer = wordOf(contact);
-        } else if (otInstalled) {
-            answer = "PIVMINIDRIVER";
-        } else if (!unknown) {
-            result = 32;
-        } else {
-            result = tq::kNotFound;
-            throw std::runtime_error(
-                "Registry value for the ATR is not known and OT Middleware not installed.");
-        }
-    } catch (...) {
-        const char* text = TqCurrentExceptionText();
-        if (text != nullptr) {
-            std::cout << kGetName << " : [Error] Exception Occurred - " << text << std::endl;
-        } else {
-            std::cout << kGetName << " : [Error] Unexpected Eexception occurred" << std::endl;
-        }
-        TqLogger().Log(kLogError, kTqWorkerTag, kGetName,
-                       text != nullptr ? std::string("Exception occurred:") + text
-                                       : std::string("Unexpected Error occurred"));
-        answer = "UNKNOWN";
-        if (result == tq::kSuccess) {
-            result = tq::kExceptionOccurred;
-        }
-    }
-    try {
-        TqHandOutText(answer, middlewareOut, lengthOut);
-    } catch (...) {
-        result = tq::kInvalidMemoryAllocation;
-    }
-    return result;
+    const int code = TqGuard<int>(
+        [&](int& result) {
+            if (logFile != nullptr) {
+                TqLogger().SetFileName(logFile);
+            }
+            if (middlewareOut == nullptr || lengthOut == nullptr) {
+                result = tq::kInvalidArguments;
+                throw TqFailure("One or more calling arguments is invalid");
+            }
+            const bool otInstalled = otMiddlewareInstalled(logFile);
+            answer = entriesAnswer(otInstalled, result);
+        },
+        [](const TqCaught& caught) {
+            if (caught.standard()) {
+                std::cout << kGetName << " : [Error] Exception Occurred - " << caught.text
+                          << std::endl;
+            } else {
+                std::cout << kGetName << " : [Error] Unexpected Eexception occurred" << std::endl;
+            }
+            TqLogger().Log(kLogError, kTqWorkerTag, kGetName,
+                           caught.standard() ? std::string("Exception occurred:") + caught.text
+                                             : std::string("Unexpected Error occurred"));
+        },
+        [&](const TqCaught&, int resultSoFar) noexcept {
+            answer = "UNKNOWN";
+            return resultSoFar != tq::kSuccess ? resultSoFar : tq::kExceptionOccurred;
+        });
+    // The word goes out whatever the answer: a buffer that cannot be had is the only failure here.
+    return TqGuard<int>(
+        [&](int&) { TqHandOutText(answer, middlewareOut, lengthOut); }, [](const TqCaught&) {},
+        [](const TqCaught&, int) noexcept { return tq::kInvalidMemoryAllocation; }, code);
 }

@@ -5,11 +5,10 @@
 #include "logging/ZelLogger.h"
 #include "middleware/TqMiddlewareSearch.h"
 #include "base/TqResultCodes.h"
+#include "base/TqUniqueResource.h"
 #include "logging/TqWorkerFailure.h"
 
-#include <cstdlib>
 #include <iostream>
-#include <stdexcept>
 #include <string>
 
 namespace {
@@ -33,10 +32,9 @@ void logInfo(const char* message) {
 
 // 1 when the OT middleware is installed, 0 when not, or the detection's negative code.
 int otMiddlewareInstalled(const char* logFile) {
-    char* record = nullptr;
+    TqUniqueClientText record;
     int length = 0;
-    const int detected = TqOTMiddlewareDetectionJSON(&record, &length, logFile);
-    std::free(record);
+    const int detected = TqOTMiddlewareDetectionJSON(record.put(), &length, logFile);
     return detected < 0 ? detected : (detected == 1 ? 1 : 0);
 }
 
@@ -46,7 +44,7 @@ int contentCheck(const char* readerName, const char* logFile, const char* failur
     const int verdict = TqOTSmartCardValidContent(readerName, nullptr, logFile);
     if (verdict < 0) {
         result = -tq::kInternalError;
-        throw std::runtime_error(failurePrefix + TqGetCommonResultText(verdict));
+        throw TqFailure(failurePrefix + TqGetCommonResultText(verdict));
     }
     return verdict;
 }
@@ -87,7 +85,7 @@ int TqOTS8SCardCheckAndCacheClear(const char* readerName, const char* pin, const
         }
         if (readerName == nullptr || pin == nullptr) {
             result = -tq::kInvalidArguments;
-            throw std::runtime_error("One or more calling arguments is invalid.");
+            throw TqFailure("One or more calling arguments is invalid.");
         }
         const int installed = otMiddlewareInstalled(logFile);
         if (installed < 0) {

@@ -5,7 +5,6 @@
 #include "logging/TqWorkerFailure.h"
 
 #include <cstring>
-#include <stdexcept>
 
 namespace {
 
@@ -26,7 +25,7 @@ int TqSwitchEnrollmentMode(const char* mode, const char* logFile) {
         TqLogger().Log(kLogInfo, kTqWorkerTag, kSwitchName, "Entered");
         if (mode == nullptr) {
             result = tq::kInvalidArguments;
-            throw std::runtime_error("KVRMode argument is invalid");
+            throw TqFailure("KVRMode argument is invalid");
         }
         TqUniqueRegKey key;
         LSTATUS status =
@@ -39,8 +38,8 @@ int TqSwitchEnrollmentMode(const char* mode, const char* logFile) {
         }
         if (status != ERROR_SUCCESS) {
             result = tq::kInternalError;
-            throw std::runtime_error(std::string("Could not find or create the registry key '") +
-                                     kTqEnrollmentKey + "'");
+            throw TqFailure(std::string("Could not find or create the registry key '") +
+                            kTqEnrollmentKey + "'");
         }
         TqLogger().Log(kLogInfo, kTqWorkerTag, kSwitchName,
                        std::string("Switching registry to Applet: ") + mode);
@@ -51,12 +50,12 @@ int TqSwitchEnrollmentMode(const char* mode, const char* logFile) {
             data = 1;
         } else {
             result = tq::kInternalError;
-            throw std::runtime_error(std::string("Unknown Enrollment mode '") + mode + "'.");
+            throw TqFailure(std::string("Unknown Enrollment mode '") + mode + "'.");
         }
         if (::RegSetValueExA(key.get(), kTqEnrollmentValue, 0, REG_DWORD,
                              reinterpret_cast<const BYTE*>(&data), sizeof data) != ERROR_SUCCESS) {
             result = tq::kInternalError;
-            throw std::runtime_error("Could not set EnableKVREnrollment value.");
+            throw TqFailure("Could not set EnableKVREnrollment value.");
         }
         key.reset();
         TqLogger().Log(kLogInfo, kTqWorkerTag, kSwitchName, "Leaving");
@@ -68,7 +67,7 @@ int TqGetEnrollmentMode(char** modeOut, int* modeLengthOut, const char* logFile)
         setLogFile(logFile);
         if (modeOut == nullptr || modeLengthOut == nullptr) {
             result = tq::kInvalidArguments;
-            throw std::runtime_error("One ore more calling arguments is invalid");
+            throw TqFailure("One ore more calling arguments is invalid");
         }
         const char* mode = "NOT SET";
         TqUniqueRegKey key;

@@ -5,13 +5,12 @@
 #include "logging/ZelLogger.h"
 #include "base/TqErrorText.h"
 #include "base/TqResultCodes.h"
+#include "base/TqFailureGuard.h"
 #include "logging/TqWorkerFailure.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 
 namespace {
@@ -40,12 +39,6 @@ void reportCallFailure(const char* call, DWORD error) {
 std::string readerPath(const std::string& readerName) {
     return "\\\\.\\" + readerName + "\\";
 }
-
-struct ContentFailure : std::runtime_error {
-    ContentFailure(int code, const std::string& message)
-        : std::runtime_error(message), code(code) {}
-    int code;
-};
 
 int recordContainer(const char* containerName, TqEnumerationContext& context) {
     const std::string path = readerPath(context.readerName) + containerName;
@@ -79,12 +72,12 @@ int checkKeyContainerContent(const char* containerName, TqEnumerationContext& co
     if (containerName == nullptr) {
         return tq::kInvalidArguments;
     }
-    try {
-        return recordContainer(containerName, context);
-    } catch (const std::exception& failure) {
-        std::cerr << "checkKeyContainerContent : " << failure.what() << std::endl;
-        return tq::kExceptionOccurred;
-    }
+    return TqGuard<int, TqCatching::kStandardOnly>(
+        [&](int& result) { result = recordContainer(containerName, context); },
+        [](const TqCaught& caught) {
+            std::cerr << "checkKeyContainerContent : " << caught.text << std::endl;
+        },
+        [](const TqCaught&, int) noexcept { return tq::kExceptionOccurred; });
 }
 
 std::uint32_t TqEnumSmartCardKeyContainers(const char* readerName, const char* providerName,
@@ -149,10 +142,16 @@ bool cardContainsValidContent(const TqEnumerationContext& context, const char* l
     }
     TqLogger().Log(kLogInfo, kVerdictTag, kVerdictName, "Entered");
     TqContentVerdict verdict;
-    try {
-        verdict = TqJudgeKeyContainers(context);
-    } catch (const std::exception& failure) {
-        TqLogger().Log(kLogError, kVerdictTag, kVerdictName, failure.what());
+    const bool judged = TqGuard<bool, TqCatching::kStandardOnly>(
+        [&](bool& done) {
+            verdict = TqJudgeKeyContainers(context);
+            done = true;
+        },
+        [](const TqCaught& caught) {
+            TqLogger().Log(kLogError, kVerdictTag, kVerdictName, caught.text);
+        },
+        [](const TqCaught&, bool) noexcept { return false; });
+    if (!judged) {
         return false;
     }
     for (const TqVerdictLine& line : verdict.lines) {
@@ -172,15 +171,14 @@ constexpr AppletToCheck kOberthurApplets[] = {{"AGILE", kTqAgileApplet},
                                               {"COMPATIBILITY", kTqCompatibilityApplet}};
 
 std::string rememberedMode() {
-    char* mode = nullptr;
+    TqUniqueClientText mode;
     int length = 0;
-    const int result = TqGetEnrollmentMode(&mode, &length, nullptr);
-    const std::string word = mode != nullptr ? std::string(mode, length) : std::string();
-    std::free(mode);
+    const int result = TqGetEnrollmentMode(mode.put(), &length, nullptr);
+    const std::string word = mode ? std::string(mode.get(), length) : std::string();
     if (result != 0) {
-        throw ContentFailure(-tq::kExceptionOccurred,
-                             "Failed to cache current enrollment mode. Error code: " +
-                                 TqGetCommonResultText(result));
+        throw TqFailure("Failed to cache current enrollment mode. Error code: " +
+                            TqGetCommonResultText(result),
+                        -tq::kExceptionOccurred);
     }
     return word;
 }
@@ -189,9 +187,9 @@ bool appletIsValid(const char* readerName, const AppletToCheck& applet,
                    std::vector<TqKeyContainerRecord>* records, const char* logFile) {
     const int switched = TqSwitchEnrollmentMode(applet.word, nullptr);
     if (switched != 0) {
-        throw ContentFailure(-tq::kExceptionOccurred,
-                             std::string("Failed to switch current enrollment to '") + applet.word +
-                                 "'. Error Code: " + TqGetCommonResultText(switched));
+        throw TqFailure(std::string("Failed to switch current enrollment to '") + applet.word +
+                            "'. Error Code: " + TqGetCommonResultText(switched),
+                        -tq::kExceptionOccurred);
     }
     TqEnumerationContext context;
     context.readerName = readerName;
@@ -200,10 +198,9 @@ bool appletIsValid(const char* readerName, const AppletToCheck& applet,
     const std::uint32_t listed =
         TqEnumSmartCardKeyContainers(readerName, kTqBaseSmartCardCsp, context);
     if (listed != 0 && listed != ERROR_NO_MORE_ITEMS) {
-        throw ContentFailure(-tq::kInternalError,
-                             std::string("Failed to enumerate Smart Card Content for  '") +
-                                 applet.word +
-                                 "' applet. Error Code: " + TqGetLastErrorAsString(listed));
+        throw TqFailure(std::string("Failed to enumerate Smart Card Content for  '") + applet.word +
+                            "' applet. Error Code: " + TqGetLastErrorAsString(listed),
+                        -tq::kInternalError);
     }
     const bool valid = cardContainsValidContent(context, logFile);
     if (records != nullptr) {
@@ -224,28 +221,28 @@ int TqOTSmartCardValidContent(const char* readerName, std::vector<TqKeyContainer
     if (readerName == nullptr) {
         return -1;
     }
-    int result = 0;
-    try {
-        if (logFile != nullptr) {
-            TqLogger().SetFileName(logFile);
-        }
-        const std::string mode = rememberedMode();
-        bool valid = true;
-        for (const AppletToCheck& applet : kOberthurApplets) {
-            valid = appletIsValid(readerName, applet, records, logFile) && valid;
-        }
-        result = valid ? 1 : 0;
-        if (!mode.empty() && TqSwitchEnrollmentMode(mode.c_str(), nullptr) != 0) {
-            // The verdict stands; the text is that of the verdict, as the client has always seen.
-            reportContentFailure("Failed to switch current enrollment to '" + mode +
-                                 "'. Error code: " + TqGetCommonResultText(result));
-        }
-    } catch (const ContentFailure& failure) {
-        result = failure.code;
-        reportContentFailure(failure.what());
-    } catch (const std::exception& failure) {
-        result = -tq::kExceptionOccurred;
-        reportContentFailure(failure.what());
-    }
-    return result;
+    return TqGuard<int, TqCatching::kStandardOnly>(
+        [&](int& result) {
+            if (logFile != nullptr) {
+                TqLogger().SetFileName(logFile);
+            }
+            const std::string mode = rememberedMode();
+            bool valid = true;
+            for (const AppletToCheck& applet : kOberthurApplets) {
+                valid = appletIsValid(readerName, applet, records, logFile) && valid;
+            }
+            result = valid ? 1 : 0;
+            if (!mode.empty() && TqSwitchEnrollmentMode(mode.c_str(), nullptr) != 0) {
+                // The verdict stands, and the text carries the verdict's code: the client has
+                // always seen it so.
+                reportContentFailure("Failed to switch current enrollment to '" + mode +
+                                     "'. Error code: " + TqGetCommonResultText(result));
+            }
+        },
+        [](const TqCaught& caught) { reportContentFailure(caught.text); },
+        // A failed step names its own code; anything else that went wrong is -23.
+        [](const TqCaught& caught, int) noexcept {
+            const int stepCode = caught.failure != nullptr ? caught.failure->code() : 0;
+            return stepCode != 0 ? stepCode : -tq::kExceptionOccurred;
+        });
 }

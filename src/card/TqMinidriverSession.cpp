@@ -7,7 +7,6 @@
 #include "logging/TqWorkerFailure.h"
 
 #include <cstring>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,7 +30,7 @@ void applyLogFile(const char* logFile) {
 // A failed step: its code becomes the worker's result, the text says which call failed.
 [[noreturn]] void failStep(int& result, DWORD code, const char* prefix) {
     result = static_cast<int>(code);
-    throw std::runtime_error(prefix + TqGetSmartCardErrorText(code));
+    throw TqFailure(prefix + TqGetSmartCardErrorText(code));
 }
 
 // The host side of the minidriver interface. Nothing is cached on this host, so every lookup
@@ -101,66 +100,104 @@ TqUniqueHeapMemory wideCardName(int& result) {
     return name;
 }
 
-void openSession(const char* readerName, CARD_DATA& cardData, HMODULE& module, int& result) {
+TqUniqueSCardContext establishContext(int& result) {
     TqUniqueSCardContext context;
-    LONG status = ::SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, context.put());
+    const LONG status = ::SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, context.put());
     if (status != SCARD_S_SUCCESS) {
         failStep(result, static_cast<DWORD>(status), "SCardEstablishContext failed. Error Code: ");
     }
+    return context;
+}
+
+// The file name of the minidriver registered for the card with the smart-card service.
+std::string registeredMinidriver(SCARDCONTEXT context, int& result) {
     char minidriverName[kProviderNameCapacity] = {};
     DWORD nameLength = kProviderNameCapacity;
     // Only the length tells: an unknown card and a card without a minidriver both leave it 0.
-    ::SCardGetCardTypeProviderNameA(context.get(), kTqOberthurCardName, SCARD_PROVIDER_CARD_MODULE,
+    ::SCardGetCardTypeProviderNameA(context, kTqOberthurCardName, SCARD_PROVIDER_CARD_MODULE,
                                     minidriverName, &nameLength);
     if (nameLength == 0) {
         failStep(result, static_cast<DWORD>(SCARD_E_UNKNOWN_CARD),
                  "SCardGetCardTypeProviderName failed. Error Code: ");
     }
     minidriverName[kProviderNameCapacity - 1] = '\0';
+    return minidriverName;
+}
 
+// The card in the reader and the ATR it answered with.
+struct ConnectedCard {
     TqUniqueSCardHandle card;
+    BYTE atr[kAtrBufferSize] = {};
+    DWORD atrLength = kAtrBufferSize;
+};
+
+void connectCard(SCARDCONTEXT context, const char* readerName, ConnectedCard& connected,
+                 int& result) {
     DWORD protocol = 0;
-    status = ::SCardConnectA(context.get(), readerName, SCARD_SHARE_SHARED,
-                             SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, card.put(), &protocol);
+    LONG status =
+        ::SCardConnectA(context, readerName, SCARD_SHARE_SHARED,
+                        SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, connected.card.put(), &protocol);
     if (status != SCARD_S_SUCCESS) {
         failStep(result, static_cast<DWORD>(status), "SCardConnect failed. Error Code: ");
     }
-    BYTE atr[kAtrBufferSize] = {};
-    DWORD atrLength = kAtrBufferSize;
     DWORD state = 0;
-    status = ::SCardStatusA(card.get(), nullptr, nullptr, &state, &protocol, atr, &atrLength);
+    status = ::SCardStatusA(connected.card.get(), nullptr, nullptr, &state, &protocol,
+                            connected.atr, &connected.atrLength);
     if (status != SCARD_S_SUCCESS) {
         failStep(result, static_cast<DWORD>(status), "SCardStatus failed. Error Code: ");
     }
+}
 
-    // The lent buffers are declared before the module: on a failure they go after it.
-    TqUniqueHeapMemory atrCopy = heapCopy(atr, kAtrBufferSize, result);
-    TqUniqueHeapMemory cardName = wideCardName(result);
-    TqUniqueModule minidriver(loadMinidriver(minidriverName));
+TqUniqueModule loadRegisteredMinidriver(const std::string& minidriverName, int& result) {
+    TqUniqueModule minidriver(loadMinidriver(minidriverName.c_str()));
     if (!minidriver) {
         const DWORD error = ::GetLastError();
         result = static_cast<int>(error);
-        throw std::runtime_error("LoadLibrary failed. Error Code: " +
-                                 TqGetLastErrorAsString(error));
+        throw TqFailure("LoadLibrary failed. Error Code: " + TqGetLastErrorAsString(error));
     }
+    return minidriver;
+}
+
+PFN_CARD_ACQUIRE_CONTEXT acquireContextEntry(HMODULE minidriver, int& result) {
     const auto acquire = reinterpret_cast<PFN_CARD_ACQUIRE_CONTEXT>(
-        reinterpret_cast<void*>(::GetProcAddress(minidriver.get(), "CardAcquireContext")));
+        reinterpret_cast<void*>(::GetProcAddress(minidriver, "CardAcquireContext")));
     if (acquire == nullptr) {
         failStep(result, ::GetLastError(), "GetProcAddress failed. Error Code: ");
     }
+    return acquire;
+}
 
+// The host's half of the table: what the minidriver is lent and the functions it calls back.
+void lendHostSide(CARD_DATA& cardData, void* atr, DWORD atrLength, void* cardName,
+                  SCARDCONTEXT context, SCARDHANDLE card) {
     cardData.dwVersion = CARD_DATA_CURRENT_VERSION;
-    cardData.pbAtr = static_cast<PBYTE>(atrCopy.get());
+    cardData.pbAtr = static_cast<PBYTE>(atr);
     cardData.cbAtr = atrLength;
-    cardData.pwszCardName = static_cast<LPWSTR>(cardName.get());
+    cardData.pwszCardName = static_cast<LPWSTR>(cardName);
     cardData.pfnCspAlloc = &cspAlloc;
     cardData.pfnCspReAlloc = &cspReAlloc;
     cardData.pfnCspFree = &cspFree;
     cardData.pfnCspCacheAddFile = &cspCacheAddFile;
     cardData.pfnCspCacheLookupFile = &cspCacheLookupFile;
     cardData.pfnCspCacheDeleteFile = &cspCacheDeleteFile;
-    cardData.hSCardCtx = context.get();
-    cardData.hScard = card.get();
+    cardData.hSCardCtx = context;
+    cardData.hScard = card;
+}
+
+void openSession(const char* readerName, CARD_DATA& cardData, HMODULE& module, int& result) {
+    TqUniqueSCardContext context = establishContext(result);
+    const std::string minidriverName = registeredMinidriver(context.get(), result);
+    ConnectedCard connected;
+    connectCard(context.get(), readerName, connected, result);
+
+    // The lent buffers are declared before the module: on a failure they go after it.
+    TqUniqueHeapMemory atrCopy = heapCopy(connected.atr, kAtrBufferSize, result);
+    TqUniqueHeapMemory cardName = wideCardName(result);
+    TqUniqueModule minidriver = loadRegisteredMinidriver(minidriverName, result);
+    const PFN_CARD_ACQUIRE_CONTEXT acquire = acquireContextEntry(minidriver.get(), result);
+
+    lendHostSide(cardData, atrCopy.get(), connected.atrLength, cardName.get(), context.get(),
+                 connected.card.get());
     const DWORD acquired = acquire(&cardData, 0);
     if (acquired != 0) {
         // Nothing in the table may point at what the owners are about to release.
@@ -171,7 +208,7 @@ void openSession(const char* readerName, CARD_DATA& cardData, HMODULE& module, i
     atrCopy.release();
     cardName.release();
     context.release();
-    card.release();
+    connected.card.release();
     module = minidriver.release();
 }
 
@@ -233,7 +270,7 @@ int TqOTClearSeries8SmartCardCache(const char* readerName, const char* pin, CARD
         if (readerName == nullptr || readerName[0] == '\0' || pin == nullptr || pin[0] == '\0' ||
             !usableTable(cardData)) {
             result = static_cast<int>(SCARD_E_INVALID_PARAMETER);
-            throw std::runtime_error("One or more calling arguments is invalid.");
+            throw TqFailure("One or more calling arguments is invalid.");
         }
         authenticateUser(*cardData, pin, result);
 
@@ -283,7 +320,7 @@ void TqRequireMinidriverStep(int stepCode, const char* failurePrefix, int failur
                              int& result) {
     if (stepCode != 0) {
         result = failureCode;
-        throw std::runtime_error(failurePrefix +
-                                 TqGetSmartCardErrorText(static_cast<std::uint32_t>(stepCode)));
+        throw TqFailure(failurePrefix +
+                        TqGetSmartCardErrorText(static_cast<std::uint32_t>(stepCode)));
     }
 }

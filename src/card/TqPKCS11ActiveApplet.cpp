@@ -2,12 +2,12 @@
 
 #include "card/TqPKCS11Environment.h"
 #include "logging/ZelLogger.h"
+#include "base/TqFailureGuard.h"
 #include "base/TqResultCodes.h"
 
 #include <cstring>
 #include <iostream>
 #include <sstream>
-#include <stdexcept>
 
 namespace {
 
@@ -16,7 +16,7 @@ constexpr const char* kName = "TqPKCS11SetActiveApplet";
 
 [[noreturn]] void raise(CK_RV& result, CK_RV code, const std::string& message) {
     result = code;
-    throw std::runtime_error(message);
+    throw TqFailure(message);
 }
 
 [[noreturn]] void raiseCallFailure(CK_RV& result, const char* call, CK_RV code) {
@@ -60,38 +60,36 @@ void restartModule(CK_RV& result, const char* setting) {
     }
 }
 
-void reportFailure(const std::string& text) {
-    std::cerr << kName << " : Exception Occurred - " << text << std::endl;
-    TqLogger().Log(kLogError, kTag, kName, text);
-}
-
 } // namespace
 
 CK_RV TqPKCS11SetActiveApplet(const char* applet, const char* logFile) {
-    CK_RV result = CKR_OK;
-    try {
-        if (logFile != nullptr) {
-            TqLogger().SetFileName(logFile);
-        }
-        TqLogger().Log(kLogInfo, kTag, kName, "Entered");
-        if (applet == nullptr) {
-            raise(result, CKR_ARGUMENTS_BAD,
-                  "Error - One of more calling arguments to the method are invalid.");
-        }
-        const TqPKCS11Environment& environment = TqPKCS11Env();
-        if (!environment.enabled || environment.module == nullptr) {
-            raise(result, CKR_CRYPTOKI_NOT_INITIALIZED,
-                  "Error - The PKCS11 Environment is not enabled.");
-        }
-        const char* setting = settingFor(applet);
-        if (setting == nullptr) {
-            raise(result, CKR_ARGUMENTS_BAD,
-                  std::string("Error - Unknown Enrollment setting '") + applet + "'.");
-        }
-        restartModule(result, setting);
-        TqLogger().Log(kLogInfo, kTag, kName, "Leaving");
-    } catch (const std::exception& error) {
-        reportFailure(error.what());
-    }
-    return result;
+    return TqGuard<CK_RV, TqCatching::kStandardOnly>(
+        [&](CK_RV& result) {
+            if (logFile != nullptr) {
+                TqLogger().SetFileName(logFile);
+            }
+            TqLogger().Log(kLogInfo, kTag, kName, "Entered");
+            if (applet == nullptr) {
+                raise(result, CKR_ARGUMENTS_BAD,
+                      "Error - One of more calling arguments to the method are invalid.");
+            }
+            const TqPKCS11Environment& environment = TqPKCS11Env();
+            if (!environment.enabled || environment.module == nullptr) {
+                raise(result, CKR_CRYPTOKI_NOT_INITIALIZED,
+                      "Error - The PKCS11 Environment is not enabled.");
+            }
+            const char* setting = settingFor(applet);
+            if (setting == nullptr) {
+                raise(result, CKR_ARGUMENTS_BAD,
+                      std::string("Error - Unknown Enrollment setting '") + applet + "'.");
+            }
+            restartModule(result, setting);
+            TqLogger().Log(kLogInfo, kTag, kName, "Leaving");
+        },
+        [](const TqCaught& caught) {
+            std::cerr << kName << " : Exception Occurred - " << caught.text << std::endl;
+            TqLogger().Log(kLogError, kTag, kName, caught.text);
+        },
+        // The code of the call that failed, or CKR_OK when the failure came before any call.
+        [](const TqCaught&, CK_RV resultSoFar) noexcept { return resultSoFar; });
 }

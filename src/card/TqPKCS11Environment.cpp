@@ -1,5 +1,7 @@
 #include "TqPKCS11Environment.h"
 
+#include "base/TqFailureGuard.h"
+
 #include <memory>
 #include <new>
 #include <utility>
@@ -26,10 +28,12 @@ CK_RV TqLoadPKCS11Module(const char* path) noexcept {
     if (!module) {
         return kCkrBadP11Cont;
     }
-    try {
-        module->path = path;
-    } catch (...) {
-        return kCkrBadP11Cont;
+    // A path that cannot even be copied leaves no module record either.
+    const CK_RV named =
+        TqGuard<CK_RV>([&](CK_RV&) { module->path = path; }, [](const TqCaught&) {},
+                       [](const TqCaught&, CK_RV) noexcept { return kCkrBadP11Cont; });
+    if (named != CKR_OK) {
+        return named;
     }
     module->library.reset(::LoadLibraryA(path));
     if (!module->library) {

@@ -3,6 +3,7 @@
 #include "host/TqRegistrySearch.h"
 #include "middleware/TqDriverFileProperties.h"
 #include "middleware/TqMiddlewareRecord.h"
+#include "base/TqFailureGuard.h"
 #include "logging/TqWorkerFailure.h"
 
 #include <shlobj.h>
@@ -10,7 +11,6 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
-#include <stdexcept>
 
 namespace {
 
@@ -80,74 +80,88 @@ std::string detectedRecord(const char* jsonKey, const TqDriverRecord& record) {
                                     });
 }
 
+// The driver-update entries whose "HardwareIds" begin with hardwareId.
+void findDriverUpdates(const std::string& hardwareId, TqRegistrySearchEntry& entry, int& result) {
+    entry.flags = SEARCH_COMPARE_DATA | SEARCH_DATA_PREFIX | SEARCH_RETURN_DATA;
+    entry.root = HKEY_LOCAL_MACHINE;
+    entry.valueName = "HardwareIds";
+    entry.valueType = REG_MULTI_SZ;
+    entry.compareData = reinterpret_cast<const unsigned char*>(hardwareId.data());
+    entry.compareLength = static_cast<std::uint32_t>(hardwareId.size());
+    const int found = TqFindRegistryKeyAndOrValueName(kTqDriverUpdatesKey, &entry);
+    if (found < 0) {
+        result = -tq::kInternalError;
+        throw TqFailure("Failed to search through registry. Error: " +
+                        TqGetCommonResultText(found));
+    }
+}
+
+// The packages of the search's hits that the matcher accepts, in the order they were found.
+std::vector<TqDriverRecord> acceptedCandidates(const char* jsonKey,
+                                               const TqRegistrySearchEntry& entry,
+                                               TqDriverMatcher driverMatcher) {
+    std::vector<TqDriverRecord> candidates;
+    for (const auto& hit : entry.results) {
+        std::string filePath;
+        TqDriverRecord record;
+        if (!hit || !readCandidate(hit->keyPath, filePath, record)) {
+            continue;
+        }
+        const int verdict =
+            driverMatcher != nullptr ? driverMatcher(jsonKey, filePath, &record) : 0;
+        if (verdict == kTqDriverAcceptAndStop || verdict == kTqDriverAccept) {
+            candidates.push_back(record);
+        }
+        if (verdict == kTqDriverAcceptAndStop) {
+            break;
+        }
+    }
+    return candidates;
+}
+
 } // namespace
 
 int TqMSUpdateDriverDetectionSearchJSON(const char* jsonKey, const char* driverId,
                                         TqDriverMatcher driverMatcher,
                                         TqDriverSelector driverSelector,
                                         std::vector<std::string>* recordsOut, const char* logFile) {
-    int result = tq::kSuccess;
     std::vector<std::string> records;
-    try {
-        if (logFile != nullptr) {
-            TqLogger().SetFileName(logFile);
-        }
-        if (jsonKey == nullptr || driverId == nullptr) {
-            result = -tq::kInvalidArguments;
-            throw std::runtime_error("One or more calling arguments is null");
-        }
-        const std::string hardwareId = std::string("scfilter\\") + driverId;
-        TqRegistrySearchEntry entry;
-        entry.flags = SEARCH_COMPARE_DATA | SEARCH_DATA_PREFIX | SEARCH_RETURN_DATA;
-        entry.root = HKEY_LOCAL_MACHINE;
-        entry.valueName = "HardwareIds";
-        entry.valueType = REG_MULTI_SZ;
-        entry.compareData = reinterpret_cast<const unsigned char*>(hardwareId.data());
-        entry.compareLength = static_cast<std::uint32_t>(hardwareId.size());
-        const int found = TqFindRegistryKeyAndOrValueName(kTqDriverUpdatesKey, &entry);
-        if (found < 0) {
-            result = -tq::kInternalError;
-            throw std::runtime_error("Failed to search through registry. Error: " +
-                                     TqGetCommonResultText(found));
-        }
-        std::vector<TqDriverRecord> candidates;
-        for (const auto& hit : entry.results) {
-            std::string filePath;
-            TqDriverRecord record;
-            if (!hit || !readCandidate(hit->keyPath, filePath, record)) {
-                continue;
+    const int answer = TqGuard<int>(
+        [&](int& result) {
+            if (logFile != nullptr) {
+                TqLogger().SetFileName(logFile);
             }
-            const int verdict =
-                driverMatcher != nullptr ? driverMatcher(jsonKey, filePath, &record) : 0;
-            if (verdict == kTqDriverAcceptAndStop || verdict == kTqDriverAccept) {
-                candidates.push_back(record);
+            if (jsonKey == nullptr || driverId == nullptr) {
+                result = -tq::kInvalidArguments;
+                throw TqFailure("One or more calling arguments is null");
             }
-            if (verdict == kTqDriverAcceptAndStop) {
-                break;
+            const std::string hardwareId = std::string("scfilter\\") + driverId;
+            TqRegistrySearchEntry entry;
+            findDriverUpdates(hardwareId, entry, result);
+            std::vector<TqDriverRecord> candidates =
+                acceptedCandidates(jsonKey, entry, driverMatcher);
+            result = 0;
+            if (!candidates.empty() && driverSelector != nullptr &&
+                driverSelector(&candidates) != 0) {
+                result = 1;
             }
-        }
-        result = 0;
-        if (!candidates.empty() && driverSelector != nullptr && driverSelector(&candidates) != 0) {
-            result = 1;
-        }
-        if (result == 1) {
-            for (const TqDriverRecord& chosen : candidates) {
-                records.push_back(detectedRecord(jsonKey, chosen));
+            if (result == 1) {
+                for (const TqDriverRecord& chosen : candidates) {
+                    records.push_back(detectedRecord(jsonKey, chosen));
+                }
+            } else {
+                records.push_back(TqNotDetectedRecord(jsonKey));
             }
-        } else {
-            records.push_back(TqNotDetectedRecord(jsonKey));
-        }
-    } catch (...) {
-        const char* text = TqCurrentExceptionText();
-        const std::string message = text != nullptr ? text : "Unknown Exception Occurred";
-        if (result == tq::kSuccess) {
-            result = -tq::kExceptionOccurred;
-        }
-        TqLogger().Log(kLogError, kTqWorkerTag, kFunction, "Exception Occurred - " + message);
-        records.assign(1, TqExceptionRecord(jsonKey != nullptr ? jsonKey : "Unknown", message));
-    }
+        },
+        [&](const TqCaught& caught) {
+            const std::string message =
+                caught.standard() ? caught.text : "Unknown Exception Occurred";
+            TqLogger().Log(kLogError, kTqWorkerTag, kFunction, "Exception Occurred - " + message);
+            records.assign(1, TqExceptionRecord(jsonKey != nullptr ? jsonKey : "Unknown", message));
+        },
+        TqKeepOr(-tq::kExceptionOccurred));
     if (recordsOut != nullptr) {
         recordsOut->swap(records);
     }
-    return result;
+    return answer;
 }

@@ -4,11 +4,12 @@
 #include "base/TqStringUtil.h"
 #include "middleware/TqMiddlewareRecord.h"
 #include "base/TqOutputText.h"
+#include "base/TqFailureGuard.h"
 #include "logging/TqWorkerFailure.h"
 
 #include <cstring>
-#include <stdexcept>
 #include <strings.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -57,10 +58,10 @@ bool findInstalledProduct(const TqMiddlewareSearchDetails& details, TqMiddleware
     const int found = TqFindRegistryKeyAndOrValueName(kUninstallKey, &entry);
     if (found < 0) {
         result = -tq::kInternalError;
-        throw std::runtime_error("Failed to search through registry. Error: " +
-                                 TqGetCommonResultText(found));
+        throw TqFailure("Failed to search through registry. Error: " +
+                        TqGetCommonResultText(found));
     }
-    if (found != 4) {
+    if (found != kTqSearchHit) {
         return false;
     }
     for (const auto& hit : entry.results) {
@@ -80,31 +81,30 @@ bool findInstalledProduct(const TqMiddlewareSearchDetails& details, TqMiddleware
     return false;
 }
 
-// Logs the exception being handled, sets -23 unless a failure code was set (an answer of 0 or 1
-// whose record could not be handed out is a failure too), and returns its record.
-std::string recordFailure(const char* function, const char* key, int& result) {
-    const char* text = TqCurrentExceptionText();
-    const std::string message = text != nullptr ? text : "Unknown Exception Occurred";
-    if (result >= tq::kSuccess) {
-        result = -tq::kExceptionOccurred;
-    }
-    TqLogger().Log(kLogError, kTqWorkerTag, function, "Exception Occurred - " + message);
-    return TqExceptionRecord(key, message);
-}
-
 void setLogFile(const char* logFile) {
     if (logFile != nullptr) {
         TqLogger().SetFileName(logFile);
     }
 }
 
-// Delivery of the exception record never lets an exception out: a record that cannot be copied
-// either is simply not handed out.
-void deliver(const std::string& record, char** jsonOut, int* jsonLength) noexcept {
-    try {
-        TqHandOutText(record, jsonOut, jsonLength);
-    } catch (...) {
-    }
+// Runs one search. A failure is logged and its exception record handed out in place of the
+// product's record (a record that cannot be copied either is simply not handed out); the code
+// is -23 unless a failure code was set, since an answer of 0 or 1 whose record could not be
+// handed out is a failure too.
+template <typename Body>
+int runSearch(const char* function, const char* key, char** jsonOut, int* jsonLength,
+              Body&& body) noexcept {
+    return TqGuard<int>(
+        std::forward<Body>(body),
+        [&](const TqCaught& caught) {
+            const std::string message =
+                caught.standard() ? caught.text : "Unknown Exception Occurred";
+            TqLogger().Log(kLogError, kTqWorkerTag, function, "Exception Occurred - " + message);
+            TqHandOutText(TqExceptionRecord(key, message), jsonOut, jsonLength);
+        },
+        [](const TqCaught&, int resultSoFar) noexcept {
+            return resultSoFar >= tq::kSuccess ? -tq::kExceptionOccurred : resultSoFar;
+        });
 }
 
 } // namespace
@@ -116,19 +116,20 @@ std::string TqEntryUUID(const std::string& keyPath) {
 
 int TqMiddlewareDetectionSearchJSON(const TqMiddlewareSearchDetails* details, char** jsonOut,
                                     int* jsonLength, const char* logFile) {
-    int result = tq::kSuccess;
-    std::string record;
-    try {
+    const char* key =
+        details != nullptr && details->jsonKey != nullptr ? details->jsonKey : "Unknown";
+    return runSearch("TqMiddlewareDetectionSearchJSON", key, jsonOut, jsonLength, [&](int& result) {
         setLogFile(logFile);
         // Details without a key or a display name cannot be searched for either.
         if (details == nullptr || details->jsonKey == nullptr || details->displayName == nullptr) {
             result = -tq::kInvalidArguments;
-            throw std::runtime_error("The search details arguments are invalid");
+            throw TqFailure("The search details arguments are invalid");
         }
         if (jsonOut == nullptr || jsonLength == nullptr) {
             result = -tq::kInvalidArguments;
-            throw std::runtime_error("One or more of the json output arguments is invalid");
+            throw TqFailure("One or more of the json output arguments is invalid");
         }
+        std::string record;
         TqMiddlewareValues values;
         if (findInstalledProduct(*details, values, result)) {
             record = TqDetectedRecord(details->jsonKey, values);
@@ -138,27 +139,20 @@ int TqMiddlewareDetectionSearchJSON(const TqMiddlewareSearchDetails* details, ch
             result = 0;
         }
         TqHandOutText(record, jsonOut, jsonLength);
-    } catch (...) {
-        const char* key =
-            details != nullptr && details->jsonKey != nullptr ? details->jsonKey : "Unknown";
-        record = recordFailure("TqMiddlewareDetectionSearchJSON", key, result);
-        deliver(record, jsonOut, jsonLength);
-    }
-    return result;
+    });
 }
 
 int TqOTMiddlewareDetectionJSON(char** jsonOut, int* jsonLength, const char* logFile) {
     static constexpr const char* kKey = "OTMiddleware";
-    int result = tq::kSuccess;
-    std::string record;
-    try {
+    return runSearch("TqOTMiddlewareDetectionJSON", kKey, jsonOut, jsonLength, [&](int& result) {
         setLogFile(logFile);
         if (jsonOut == nullptr || jsonLength == nullptr) {
             result = -tq::kInvalidArguments;
-            throw std::runtime_error("One or more calling arguments is invalid");
+            throw TqFailure("One or more calling arguments is invalid");
         }
         const TqMiddlewareSearchDetails details{kKey, "AWP", "Oberthur Technologies",
                                                 TqAWPNameFilter, nullptr};
+        std::string record;
         TqMiddlewareValues values;
         if (findInstalledProduct(details, values, result)) {
             // Only the detected entry's version is split. A version of fewer than four parts
@@ -166,8 +160,7 @@ int TqOTMiddlewareDetectionJSON(char** jsonOut, int* jsonLength, const char* log
             std::vector<std::string> parts;
             const int split = TqSplitString(values.DisplayVersion, R"(\.)", parts);
             if (split != 0) {
-                throw std::runtime_error("Failed to split string. Error : " +
-                                         TqGetCommonResultText(split));
+                throw TqFailure("Failed to split string. Error : " + TqGetCommonResultText(split));
             }
             const bool complete = parts.size() > 3;
             values.Revision = complete ? parts[2] : std::string();
@@ -179,9 +172,5 @@ int TqOTMiddlewareDetectionJSON(char** jsonOut, int* jsonLength, const char* log
             result = 0;
         }
         TqHandOutText(record, jsonOut, jsonLength);
-    } catch (...) {
-        record = recordFailure("TqOTMiddlewareDetectionJSON", kKey, result);
-        deliver(record, jsonOut, jsonLength);
-    }
-    return result;
+    });
 }

@@ -1,11 +1,11 @@
 #include "TqNameFilters.h"
 
+#include "base/TqFailure.h"
 #include "base/TqStringUtil.h"
 #include "base/TqResultCodes.h"
 
 #include <cstdint>
 #include <regex>
-#include <stdexcept>
 #include <string_view>
 #include <vector>
 
@@ -79,8 +79,7 @@ void TqSplitDisplayVersion(const std::string& displayVersion, std::string& build
     std::vector<std::string> parts;
     const int result = TqSplitString(displayVersion, R"(\.)", parts);
     if (result != 0) {
-        throw std::runtime_error("Failed to split string. Error : " +
-                                 TqGetCommonResultText(result));
+        throw TqFailure("Failed to split string. Error : " + TqGetCommonResultText(result));
     }
     if (parts.size() > 3) {
         revision = parts[2];

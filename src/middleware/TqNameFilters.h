@@ -18,6 +18,6 @@ using TqVersionParser = void (*)(const std::string& displayVersion, std::string&
                                  std::string& revision);
 
 // "7.3.1.23" gives revision "1" and build number "23"; with three parts or fewer both are left
-// as they were. Throws std::runtime_error when the version cannot be split.
+// as they were. Throws TqFailure when the version cannot be split.
 void TqSplitDisplayVersion(const std::string& displayVersion, std::string& buildNumber,
                            std::string& revision);

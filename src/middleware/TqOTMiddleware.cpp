@@ -5,7 +5,6 @@
 #include "logging/TqWorkerFailure.h"
 
 #include <regex>
-#include <stdexcept>
 
 namespace {
 
@@ -73,13 +72,13 @@ int TqOTMiddlewareDetection(std::uint32_t selection, const char* logFile) {
         logDetection(kLogInfo, "Entered");
         if (selection - 1 > 3003) {
             result = -tq::kInvalidArguments;
-            throw std::runtime_error("Invalid Middleware detection selection");
+            throw TqFailure("Invalid Middleware detection selection");
         }
         const bool singleRelease = selection >= 3001 && selection <= 3004;
         if (!singleRelease && selection > 1024) {
             result = -tq::kInvalidArguments;
-            throw std::runtime_error("Invalid Middleware selection. Option " +
-                                     std::to_string(selection) + " out of range.");
+            throw TqFailure("Invalid Middleware selection. Option " + std::to_string(selection) +
+                            " out of range.");
         }
         if (singleRelease) {
             result = testRelease(kSR5Releases[selection - 3001]);
@@ -151,7 +150,7 @@ int TqParseOTJSONMiddlewareString(const std::string& json,
         }
         if (json.front() != '{' || json.back() != '}') {
             result = tq::kFormatInvalid;
-            throw std::runtime_error("JSON string contains invalid formatting.");
+            throw TqFailure("JSON string contains invalid formatting.");
         }
         // Only complete lines count: whatever follows the last line feed is not read.
         std::size_t start = 0;

@@ -5,11 +5,11 @@
 #include "middleware/TqMiddlewareRecord.h"
 #include "middleware/TqMiddlewareSearch.h"
 #include "base/TqOutputText.h"
+#include "base/TqFailureGuard.h"
+#include "base/TqUniqueResource.h"
 #include "logging/TqWorkerFailure.h"
 
-#include <cstdlib>
 #include <iostream>
-#include <stdexcept>
 #include <vector>
 
 namespace {
@@ -17,11 +17,10 @@ namespace {
 // Runs one installed-program search and gives back its result and record.
 int searchProduct(const TqMiddlewareSearchDetails& details, std::string& record,
                   const char* logFile) {
-    char* text = nullptr;
+    TqUniqueClientText text;
     int length = 0;
-    const int result = TqMiddlewareDetectionSearchJSON(&details, &text, &length, logFile);
-    record = text != nullptr ? std::string(text, static_cast<std::size_t>(length)) : "";
-    std::free(text);
+    const int result = TqMiddlewareDetectionSearchJSON(&details, text.put(), &length, logFile);
+    record = text ? std::string(text.get(), static_cast<std::size_t>(length)) : "";
     return result;
 }
 
@@ -81,56 +80,60 @@ void buildDocument(std::ostringstream& document, const char* logFile) {
 } // namespace
 
 void TqCombineMWResults(std::ostringstream& document, const std::string& record) {
-    try {
-        std::string body = record;
-        const std::size_t open = body.find('{');
-        if (open == std::string::npos) {
-            throw std::runtime_error("The JSON record has no opening brace.");
-        }
-        body.erase(open, 1);
-        const std::size_t close = body.rfind('}');
-        if (close == std::string::npos) {
-            throw std::runtime_error("The JSON record has no closing brace.");
-        }
-        body.erase(close, 1);
-        TqTrimReturnChars(body);
-        document << (document.tellp() == 0 ? "{\n" : ",\n") << body;
-    } catch (const std::exception& error) {
-        std::cerr << "TqCombineMWResults : Exception Occurred - " << error.what() << std::endl;
-    }
+    TqGuard<bool, TqCatching::kStandardOnly>(
+        [&](bool& joined) {
+            std::string body = record;
+            const std::size_t open = body.find('{');
+            if (open == std::string::npos) {
+                throw TqFailure("The JSON record has no opening brace.");
+            }
+            body.erase(open, 1);
+            const std::size_t close = body.rfind('}');
+            if (close == std::string::npos) {
+                throw TqFailure("The JSON record has no closing brace.");
+            }
+            body.erase(close, 1);
+            TqTrimReturnChars(body);
+            document << (document.tellp() == 0 ? "{\n" : ",\n") << body;
+            joined = true;
+        },
+        [](const TqCaught& caught) {
+            std::cerr << "TqCombineMWResults : Exception Occurred - " << caught.text << std::endl;
+        },
+        [](const TqCaught&, bool) noexcept { return false; });
 }
 
 int TqSupportedMiddlewareDetectionJSON(char** jsonOut, int* jsonLength, const char* logFile) {
-    int result = tq::kSuccess;
-    try {
-        if (jsonOut == nullptr || jsonLength == nullptr) {
-            result = tq::kInvalidArguments;
-            throw std::runtime_error("One or more calling arguments is invalid");
-        }
-        std::ostringstream document;
-        buildDocument(document, logFile);
-        if (document.tellp() == 0) {
-            result = tq::kInternalError;
-            throw std::runtime_error(
-                "Failed to successfully determine the installation status of supported "
-                "middleware");
-        }
-        document << "\n}\n";
-        TqHandOutText(document.str(), jsonOut, jsonLength);
-    } catch (...) {
-        const char* what = TqCurrentExceptionText();
-        const std::string message = what != nullptr ? what : "Unknown Exception Occurred";
-        if (result == tq::kSuccess) {
-            result = tq::kExceptionOccurred;
-        }
-        TqLogger().Log(kLogError, kTqWorkerTag, "TqSupportedMiddlewareDetectionJSON",
-                       "Exception Occurred - " + message);
-        try {
+    bool exceptionRecordHandedOut = false;
+    return TqGuard<int>(
+        [&](int& result) {
+            if (jsonOut == nullptr || jsonLength == nullptr) {
+                result = tq::kInvalidArguments;
+                throw TqFailure("One or more calling arguments is invalid");
+            }
+            std::ostringstream document;
+            buildDocument(document, logFile);
+            if (document.tellp() == 0) {
+                result = tq::kInternalError;
+                throw TqFailure("Failed to successfully determine the installation status of "
+                                "supported middleware");
+            }
+            document << "\n}\n";
+            TqHandOutText(document.str(), jsonOut, jsonLength);
+        },
+        [&](const TqCaught& caught) {
+            const std::string message =
+                caught.standard() ? caught.text : "Unknown Exception Occurred";
+            TqLogger().Log(kLogError, kTqWorkerTag, "TqSupportedMiddlewareDetectionJSON",
+                           "Exception Occurred - " + message);
             TqHandOutText(TqExceptionRecord("MiddlewareDetection", message), jsonOut, jsonLength);
-        } catch (...) {
+            exceptionRecordHandedOut = true;
+        },
+        [&](const TqCaught&, int resultSoFar) noexcept {
             // Not even the exception record could be handed out: no document, and 23.
-            result = tq::kExceptionOccurred;
-        }
-    }
-    return result;
+            if (!exceptionRecordHandedOut) {
+                return static_cast<int>(tq::kExceptionOccurred);
+            }
+            return resultSoFar != tq::kSuccess ? resultSoFar : tq::kExceptionOccurred;
+        });
 }
