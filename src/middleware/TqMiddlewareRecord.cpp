@@ -1,5 +1,7 @@
 #include "TqMiddlewareRecord.h"
 
+#include "base/TqPattern.h"
+
 std::string TqComposeRecord(std::string_view key, const std::vector<TqRecordField>& fields) {
     std::string record = "{\n\t\"";
     record.append(key).append("\": {\n");
@@ -37,4 +39,19 @@ std::string TqNotDetectedRecord(std::string_view key) {
 
 std::string TqExceptionRecord(std::string_view key, std::string_view message) {
     return TqComposeRecord(key, {{"Detected", "false"}, {"Exception", std::string(message)}});
+}
+
+void TqRecordPairs(std::string_view record, std::map<std::string, std::string>& pairs) {
+    // The shortest quoted name, then the shortest quoted value: a line has its pair where the
+    // first quote begins one.
+    static const TqPattern pair(R"x("(.*?)"\s{0,}\:\s{0,}"(.*?)")x");
+    std::size_t start = 0;
+    for (std::size_t end = record.find('\n'); end != std::string_view::npos;
+         start = end + 1, end = record.find('\n', start)) {
+        const std::string_view line = record.substr(start, end - start);
+        TqPattern::Groups match;
+        if (pair.search(line, 0, match)) {
+            pairs.emplace(match.text(line, 1), match.text(line, 2));
+        }
+    }
 }

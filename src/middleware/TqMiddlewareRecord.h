@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,3 +37,8 @@ struct TqMiddlewareValues {
 std::string TqDetectedRecord(std::string_view key, const TqMiddlewareValues& values);
 std::string TqNotDetectedRecord(std::string_view key);
 std::string TqExceptionRecord(std::string_view key, std::string_view message);
+
+// Reads back a record: the first "name" : "value" pair of every complete line (the text after
+// the last line feed is not read), blanks allowed around the colon. The first pair with a name
+// wins over later ones.
+void TqRecordPairs(std::string_view record, std::map<std::string, std::string>& pairs);

@@ -1,11 +1,11 @@
 #include "TqNameFilters.h"
 
 #include "base/TqFailure.h"
+#include "base/TqPattern.h"
 #include "base/TqStringUtil.h"
 #include "base/TqResultCodes.h"
 
 #include <cstdint>
-#include <regex>
 #include <string_view>
 #include <vector>
 
@@ -13,7 +13,7 @@ namespace {
 
 // How one product's display name is recognised.
 struct NameShape {
-    const std::regex& pattern;
+    const TqPattern& pattern;
     std::size_t minimumSubMatches; // whole match included
     std::size_t maximumSubMatches;
     std::size_t productGroup;
@@ -22,17 +22,17 @@ struct NameShape {
 };
 
 bool matchShape(const NameShape& shape, const std::string& displayName, std::string& platform) {
-    std::smatch match;
-    if (!std::regex_match(displayName, match, shape.pattern) ||
+    TqPattern::Groups match;
+    if (!shape.pattern.fullMatch(displayName, match) ||
         match.size() < shape.minimumSubMatches || match.size() > shape.maximumSubMatches) {
         return false;
     }
-    if (match[shape.productGroup].str() != shape.productWord) {
+    if (match.text(displayName, shape.productGroup) != shape.productWord) {
         return false;
     }
     const std::size_t platformGroup =
         shape.platformGroup != 0 ? shape.platformGroup : match.size() - 1;
-    const std::string word = match[platformGroup].str();
+    const std::string_view word = match.text(displayName, platformGroup);
     if (word != "32" && word != "64") {
         return false;
     }
@@ -41,21 +41,21 @@ bool matchShape(const NameShape& shape, const std::string& displayName, std::str
 }
 
 // The patterns are compiled once per process; "[b|B]" also admits "|", as the names have always
-// been matched.
-const std::regex& classicClientPattern() {
-    static const std::regex pattern(
+// been matched. Display names come from any installer, so the matcher is the linear one.
+const TqPattern& classicClientPattern() {
+    static const TqPattern pattern(
         R"(^(Classic Client)\s([0-9]{1,}\.[0-9]{1,})\sPatch\s([0-9]{1,})\s[A-Za-z\s]{0,}(64|32)\s[b|B]it[s]{0,1}$)");
     return pattern;
 }
 
-const std::regex& awpPattern() {
-    static const std::regex pattern(
+const TqPattern& awpPattern() {
+    static const TqPattern pattern(
         R"(^(AWP)\s([0-9]{1,}\.[0-9]{1,}\.[0-9]{1,})\s\((64|32)\-[b|B]it\)$)");
     return pattern;
 }
 
-const std::regex& idemiaPattern() {
-    static const std::regex pattern(R"(^(IDEMIA)\s(.*)\((64|32)\-[b|B]it\)$)");
+const TqPattern& idemiaPattern() {
+    static const TqPattern pattern(R"(^(IDEMIA)\s(.*)\((64|32)\-[b|B]it\)$)");
     return pattern;
 }
 

@@ -3,8 +3,8 @@
 #include "base/TqUniqueResource.h"
 #include "base/TqErrorText.h"
 #include "logging/TqWorkerFailure.h"
+#include "middleware/TqMiddlewareRecord.h"
 
-#include <regex>
 
 namespace {
 
@@ -142,7 +142,6 @@ int TqParseOTJSONMiddlewareString(const std::string& json,
         if (logFile != nullptr) {
             TqLogger().SetFileName(logFile);
         }
-        static const std::regex pair(R"x("(.*?)"\s{0,}\:\s{0,}"(.*?)")x");
         pairs.clear();
         if (json.empty()) {
             result = tq::kInvalidLength;
@@ -152,16 +151,7 @@ int TqParseOTJSONMiddlewareString(const std::string& json,
             result = tq::kFormatInvalid;
             throw TqFailure("JSON string contains invalid formatting.");
         }
-        // Only complete lines count: whatever follows the last line feed is not read.
-        std::size_t start = 0;
-        for (std::size_t end = json.find('\n'); end != std::string::npos;
-             start = end + 1, end = json.find('\n', start)) {
-            const std::string line = json.substr(start, end - start);
-            std::smatch match;
-            if (std::regex_search(line, match, pair) && match.size() >= 3) {
-                pairs.emplace(match[1].str(), match[2].str());
-            }
-        }
+        TqRecordPairs(json, pairs);
         result = pairs.empty() ? tq::kNotFound : tq::kSuccess;
     });
 }
