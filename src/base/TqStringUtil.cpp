@@ -1,9 +1,9 @@
 #include "TqStringUtil.h"
 
+#include "base/TqFailureGuard.h"
 #include "base/TqResultCodes.h"
 
 #include <charconv>
-#include <exception>
 #include <iostream>
 #include <regex>
 #include <stdexcept>
@@ -24,83 +24,85 @@ std::int32_t toInt32(const std::string& digits) {
     return value;
 }
 
-void reportException(std::ostream& stream, const char* function) {
-    try {
-        throw;
-    } catch (const std::exception& error) {
-        stream << function << " : Exception Occurred - " << error.what() << std::endl;
-    } catch (...) {
-        stream << function << " : Exception Occurred - unknown exception" << std::endl;
-    }
+// The helpers' one diagnostic: "<function> : Exception Occurred - <text>".
+auto writeExceptionLine(std::ostream& stream, const char* function) {
+    return [&stream, function](const TqCaught& caught) {
+        stream << function << " : Exception Occurred - "
+               << (caught.standard() ? caught.text : "unknown exception") << std::endl;
+    };
+}
+
+int exceptionOccurred(const TqCaught&, int) noexcept {
+    return tq::kExceptionOccurred;
 }
 
 } // namespace
 
 int TqSplitString(const std::string& text, const std::string& delimiterPattern,
                   std::vector<std::string>& pieces) {
-    try {
-        pieces.clear();
-        const std::regex delimiter(delimiterPattern);
-        const std::sregex_token_iterator end;
-        for (std::sregex_token_iterator piece(text.begin(), text.end(), delimiter, -1);
-             piece != end; ++piece) {
-            pieces.push_back(piece->str());
-        }
-        return tq::kSuccess;
-    } catch (...) {
-        // Unlike the other helpers, the split has always reported on standard output.
-        reportException(std::cout, "TqSplitString");
-        return tq::kExceptionOccurred;
-    }
+    // Unlike the other helpers, the split has always reported on standard output.
+    return TqGuard<int>(
+        [&](int&) {
+            pieces.clear();
+            const std::regex delimiter(delimiterPattern);
+            const std::sregex_token_iterator end;
+            for (std::sregex_token_iterator piece(text.begin(), text.end(), delimiter, -1);
+                 piece != end; ++piece) {
+                pieces.push_back(piece->str());
+            }
+        },
+        writeExceptionLine(std::cout, "TqSplitString"), exceptionOccurred);
 }
 
 void TqTrimWhiteSpace(std::string& s) {
-    try {
-        if (s.empty()) {
-            return;
-        }
-        static const std::string trailing(" \0", 2);
-        const std::size_t first = s.find_first_not_of(' ');
-        const std::size_t last = s.find_last_not_of(trailing);
-        if (first == std::string::npos || last == std::string::npos || last < first) {
-            s.clear();
-            return;
-        }
-        s = s.substr(first, last - first + 1);
-    } catch (...) {
-        reportException(std::cerr, "TqTrimWhiteSpace");
-    }
+    TqGuard<int>(
+        [&](int&) {
+            if (s.empty()) {
+                return;
+            }
+            static const std::string trailing(" \0", 2);
+            const std::size_t first = s.find_first_not_of(' ');
+            const std::size_t last = s.find_last_not_of(trailing);
+            if (first == std::string::npos || last == std::string::npos || last < first) {
+                s.clear();
+                return;
+            }
+            s = s.substr(first, last - first + 1);
+        },
+        writeExceptionLine(std::cerr, "TqTrimWhiteSpace"), exceptionOccurred);
 }
 
 void TqTrimReturnChars(std::string& s) {
-    try {
-        std::size_t first = 0;
-        while (first < s.size() && s[first] == '\n') {
-            ++first;
-        }
-        std::size_t end = s.size();
-        while (end > first && s[end - 1] == '\n') {
-            --end;
-        }
-        s = s.substr(first, end - first);
-    } catch (...) {
-        reportException(std::cerr, "TqTrimReturnChars");
-    }
+    TqGuard<int>(
+        [&](int&) {
+            std::size_t first = 0;
+            while (first < s.size() && s[first] == '\n') {
+                ++first;
+            }
+            std::size_t end = s.size();
+            while (end > first && s[end - 1] == '\n') {
+                --end;
+            }
+            s = s.substr(first, end - first);
+        },
+        writeExceptionLine(std::cerr, "TqTrimReturnChars"), exceptionOccurred);
 }
 
 int TqParseVersionNoString(std::string& text, std::vector<std::int32_t>& numbers) {
-    try {
-        static const std::regex digitRun("\\d+");
-        std::smatch match;
-        while (std::regex_search(text, match, digitRun)) {
-            numbers.push_back(toInt32(match.str()));
-            text = match.suffix().str();
-        }
-        text.clear();
-        return tq::kSuccess;
-    } catch (...) {
-        text.clear();
-        reportException(std::cerr, "TqParseVersionNoString");
-        return tq::kExceptionOccurred;
-    }
+    return TqGuard<int>(
+        [&](int&) {
+            static const std::regex digitRun("\\d+");
+            std::smatch match;
+            while (std::regex_search(text, match, digitRun)) {
+                numbers.push_back(toInt32(match.str()));
+                text = match.suffix().str();
+            }
+            text.clear();
+        },
+        writeExceptionLine(std::cerr, "TqParseVersionNoString"),
+        [&](const TqCaught& caught, int soFar) noexcept {
+            // The text is used up whether or not every number in it fitted.
+            text.clear();
+            return exceptionOccurred(caught, soFar);
+        });
 }

@@ -2,9 +2,9 @@
 
 #include "logging/ZelLogger.h"
 #include "base/TqErrorText.h"
+#include "base/TqFailureGuard.h"
 #include "base/TqOutputText.h"
 #include "base/TqResultCodes.h"
-#include "logging/TqWorkerFailure.h"
 
 #include <cstdio>
 #include <stdexcept>
@@ -23,60 +23,59 @@ constexpr DWORD kFixedInfoSignature = 0xFEEF04BD;
     throw std::runtime_error(std::string(call) + ": " + TqGetLastErrorAsString(error));
 }
 
+// The file's major version from its fixed version information; 0 without the signature.
+unsigned majorVersionOf(const char* path, int& result) {
+    DWORD handle = 0;
+    const DWORD size = ::GetFileVersionInfoSizeA(path, &handle);
+    if (size == 0) {
+        failWithLastError("GetFileVersionInfoSize", result);
+    }
+    std::vector<char> block(size);
+    if (!::GetFileVersionInfoA(path, handle, size, block.data())) {
+        failWithLastError("GetFileVersionInfo", result);
+    }
+    void* info = nullptr;
+    UINT infoLength = 0;
+    if (!::VerQueryValueA(block.data(), "\\", &info, &infoLength)) {
+        failWithLastError("VerQueryValue", result);
+    }
+    if (infoLength == 0) {
+        result = tq::kInvalidSize;
+        throw std::runtime_error("VerQueryValue size is invalid.");
+    }
+    const auto* fixed = static_cast<const VS_FIXEDFILEINFO*>(info);
+    return fixed->dwSignature == kFixedInfoSignature ? HIWORD(fixed->dwFileVersionMS) : 0;
+}
+
 } // namespace
 
 int ZelDLLCommonCPPGetFileVersion(const char* path, char** versionOut, int* versionLengthOut,
                                   const char* logFile) noexcept {
-    int result = tq::kSuccess;
-    try {
-        if (logFile != nullptr) {
-            TqLogger().SetFileName(logFile);
-        }
-        TqLogger().Log(kLogInfo, kTag, kFunction, "Entered");
-        if (path == nullptr || versionOut == nullptr || versionLengthOut == nullptr) {
-            result = tq::kInvalidArguments;
-            throw std::runtime_error("One or more calling arguments is invalid");
-        }
-        *versionOut = nullptr;
-        *versionLengthOut = 0;
-
-        DWORD handle = 0;
-        const DWORD size = ::GetFileVersionInfoSizeA(path, &handle);
-        if (size == 0) {
-            failWithLastError("GetFileVersionInfoSize", result);
-        }
-        std::vector<char> block(size);
-        if (!::GetFileVersionInfoA(path, handle, size, block.data())) {
-            failWithLastError("GetFileVersionInfo", result);
-        }
-        void* info = nullptr;
-        UINT infoLength = 0;
-        if (!::VerQueryValueA(block.data(), "\\", &info, &infoLength)) {
-            failWithLastError("VerQueryValue", result);
-        }
-        if (infoLength == 0) {
-            result = tq::kInvalidSize;
-            throw std::runtime_error("VerQueryValue size is invalid.");
-        }
-        const auto* fixed = static_cast<const VS_FIXEDFILEINFO*>(info);
-        unsigned major = 0;
-        if (fixed->dwSignature == kFixedInfoSignature) {
-            major = HIWORD(fixed->dwFileVersionMS);
-        }
-        char text[25];
-        std::snprintf(text, sizeof text, "%d", static_cast<int>(major));
-        TqHandOutText(text, versionOut, versionLengthOut);
-        TqLogger().Log(kLogInfo, kTag, kFunction, "Leaving");
-    } catch (...) {
-        if (versionOut != nullptr) {
+    return TqGuard<int>(
+        [&](int& result) {
+            if (logFile != nullptr) {
+                TqLogger().SetFileName(logFile);
+            }
+            TqLogger().Log(kLogInfo, kTag, kFunction, "Entered");
+            if (path == nullptr || versionOut == nullptr || versionLengthOut == nullptr) {
+                result = tq::kInvalidArguments;
+                throw std::runtime_error("One or more calling arguments is invalid");
+            }
             *versionOut = nullptr;
-        }
-        if (result == tq::kSuccess) {
-            result = tq::kExceptionOccurred;
-        }
-        const char* text = TqCurrentExceptionText();
-        TqLogger().Log(kLogError, kTag, kFunction,
-                       text != nullptr ? text : "Unexpected Error occurred");
-    }
-    return result;
+            *versionLengthOut = 0;
+            char text[25];
+            std::snprintf(text, sizeof text, "%d", static_cast<int>(majorVersionOf(path, result)));
+            TqHandOutText(text, versionOut, versionLengthOut);
+            TqLogger().Log(kLogInfo, kTag, kFunction, "Leaving");
+        },
+        [](const TqCaught& caught) {
+            TqLogger().Log(kLogError, kTag, kFunction,
+                           caught.standard() ? caught.text : "Unexpected Error occurred");
+        },
+        [&](const TqCaught&, int resultSoFar) noexcept {
+            if (versionOut != nullptr) {
+                *versionOut = nullptr;
+            }
+            return resultSoFar != tq::kSuccess ? resultSoFar : tq::kExceptionOccurred;
+        });
 }

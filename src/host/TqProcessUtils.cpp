@@ -1,10 +1,10 @@
 #include "TqProcessUtils.h"
 
+#include "host/TqFailureLine.h"
 #include "host/TqProcessSeam.h"
 #include "base/TqUniqueResource.h"
 #include "base/TqErrorText.h"
 #include "base/TqResultCodes.h"
-#include "base/TqWindowsCallError.h"
 
 #include <psapi.h>
 #include <sddl.h>
@@ -13,9 +13,9 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <iostream>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 TqTokenInformationReader gTqTokenReadHook = nullptr;
@@ -33,23 +33,15 @@ constexpr const char* kInvalidArguments = "Invalid argument(s) supplied.";
 constexpr DWORD kMaxProcessIds = 2048;
 constexpr DWORD kImagePathCharacters = MAX_PATH;
 
-int commonCodeOfWindowsError(DWORD code) {
-    return -TqCommonCodeOfWindowsError(code);
+// A failed system call: its text, the Windows code and the result the caller gets.
+[[noreturn]] void failCall(const std::string& text, DWORD windowsCode, int result) {
+    throw TqFailure(text, result, windowsCode);
 }
 
-// A failed system call: its message, the Windows code and the result code the caller gets.
-class SystemCallError : public TqWindowsCallError {
-public:
-    SystemCallError(const std::string& message, DWORD code)
-        : SystemCallError(message, code, commonCodeOfWindowsError(code)) {}
-    SystemCallError(const std::string& message, DWORD code, int result)
-        : TqWindowsCallError(message, code), result_(result) {}
-
-    int result() const noexcept { return result_; }
-
-private:
-    int result_;
-};
+// Most calls answer with the common code of their Windows error, negated.
+[[noreturn]] void failCall(const std::string& text, DWORD windowsCode) {
+    failCall(text, windowsCode, -TqCommonCodeOfWindowsError(windowsCode));
+}
 
 std::string errorCodeSuffix(DWORD code) {
     return " Error Code (0x" + TqFormatHex8(code) + ")";
@@ -58,28 +50,20 @@ std::string errorCodeSuffix(DWORD code) {
 // Runs body(result) and turns whatever it throws into one standard-error line and a negative
 // code, so that no exception leaves a utility.
 template <typename Body> int runUtility(const char* function, Body&& body) noexcept {
-    int result = 0;
-    try {
-        try {
-            body(result);
-        } catch (const SystemCallError& error) {
-            std::cerr << function << " : " << error.what() << errorCodeSuffix(error.code())
-                      << std::endl;
-            result = error.result();
-        } catch (const std::exception& error) {
-            std::cerr << function << " : " << error.what() << std::endl;
-            if (result == 0) {
-                result = -tq::kExceptionOccurred;
-            }
-        } catch (...) {
-            std::cerr << function << " : Unknown exception occurred." << std::endl;
-            result = -tq::kExceptionOccurred;
-        }
-    } catch (...) {
-        // Writing the diagnostic itself failed: the code still reaches the caller.
-        result = -tq::kExceptionOccurred;
-    }
-    return result;
+    bool reported = false;
+    return TqGuard<int>(
+        std::forward<Body>(body),
+        [&](const TqCaught& caught) {
+            const TqFailure* call = TqFailedCall(caught);
+            TqWriteFailureLine(function, caught,
+                               call != nullptr ? errorCodeSuffix(call->windowsCode()) : "");
+            reported = true;
+        },
+        [&](const TqCaught& caught, int resultSoFar) noexcept {
+            // When writing the diagnostic itself failed, the code still reaches the caller.
+            return reported ? TqCodeOfFailure(caught, resultSoFar, -tq::kExceptionOccurred)
+                            : -tq::kExceptionOccurred;
+        });
 }
 
 // Copies text into a fixed field, cut to leave room for the terminator; returns the length kept.
@@ -115,14 +99,14 @@ std::vector<BYTE> readTokenUser(HANDLE token) {
     if (!getTokenUser(token, nullptr, 0, &size)) {
         const DWORD code = ::GetLastError();
         if (code != ERROR_INSUFFICIENT_BUFFER) {
-            throw SystemCallError(lookupFailure("GetTokenInformation", 1, code), code);
+            failCall(lookupFailure("GetTokenInformation", 1, code), code);
         }
     }
     std::vector<BYTE> user(size);
     if (!getTokenUser(token, user.data(), size, &size)) {
         const DWORD code = ::GetLastError();
         // Both token reads, the size and the data, report as step 1.
-        throw SystemCallError(lookupFailure("GetTokenInformation", 1, code), code);
+        failCall(lookupFailure("GetTokenInformation", 1, code), code);
     }
     return user;
 }
@@ -134,7 +118,7 @@ void lookUpAccount(PSID sid, accountBlock& out) {
     if (!::LookupAccountSidA(nullptr, sid, nullptr, &nameSize, nullptr, &domainSize, &use)) {
         const DWORD code = ::GetLastError();
         if (code != ERROR_INSUFFICIENT_BUFFER) {
-            throw SystemCallError(lookupFailure("LookupAccountSid", 1, code), code);
+            failCall(lookupFailure("LookupAccountSid", 1, code), code);
         }
     }
     std::vector<char> name(nameSize + 1, '\0');
@@ -142,7 +126,7 @@ void lookUpAccount(PSID sid, accountBlock& out) {
     if (!::LookupAccountSidA(nullptr, sid, name.data(), &nameSize, domain.data(), &domainSize,
                              &use)) {
         const DWORD code = ::GetLastError();
-        throw SystemCallError(lookupFailure("LookupAccountSid", 2, code), code);
+        failCall(lookupFailure("LookupAccountSid", 2, code), code);
     }
     out.accountNameLength = copyField(out.accountName, std::string(name.data()));
     out.domainNameLength = copyField(out.domainName, std::string(domain.data()));
@@ -174,15 +158,13 @@ int TqGetProcessSIDInfo(std::uint32_t processId, accountBlock* out) {
         const TqUniqueHandle process(
             ::OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, processId));
         if (!process) {
-            throw SystemCallError("OpenProcess Failed for Process ID " + std::to_string(processId) +
-                                      ".",
-                                  ::GetLastError());
+            failCall("OpenProcess Failed for Process ID " + std::to_string(processId) + ".",
+                     ::GetLastError());
         }
         TqUniqueHandle token;
         if (!::OpenProcessToken(process.get(), TOKEN_QUERY, token.put())) {
             const DWORD code = ::GetLastError();
-            throw SystemCallError("OpenProcessToken failed - " + TqGetLastErrorAsString(code) + ".",
-                                  code);
+            failCall("OpenProcessToken failed - " + TqGetLastErrorAsString(code) + ".", code);
         }
         std::vector<BYTE> user = readTokenUser(token.get());
         const PSID sid = reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid;
@@ -197,18 +179,82 @@ int TqGetProcessImageFileName(std::uint32_t processId, std::string& fileName) {
         const TqUniqueHandle process(
             ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
         if (!process) {
-            throw SystemCallError("OpenProcess failed.", ::GetLastError());
+            failCall("OpenProcess failed.", ::GetLastError());
         }
         char path[kImagePathCharacters];
         DWORD length = kImagePathCharacters;
         if (!::QueryFullProcessImageNameA(process.get(), 0, path, &length)) {
-            throw SystemCallError("QueryFullProcessImageName failed.", ::GetLastError());
+            failCall("QueryFullProcessImageName failed.", ::GetLastError());
         }
         const std::string fullPath(path, length);
         const std::size_t separator = fullPath.find_last_of('\\');
         fileName = separator == std::string::npos ? fullPath : fullPath.substr(separator + 1);
     });
 }
+
+namespace {
+
+// The caller's own account, which the other processes' accounts are compared with. False when
+// the caller may not read it: with no account to compare with, nothing can match.
+bool readCallerAccount(accountBlock& caller, int& result) {
+    const int status = TqGetProcessSIDInfo(::GetCurrentProcessId(), &caller);
+    if (std::abs(status) == tq::kAccessDenied) {
+        return false;
+    }
+    if (status != 0) {
+        result = status;
+        throw std::runtime_error(
+            "Failed to get the process SID Information for the active process.");
+    }
+    return true;
+}
+
+std::vector<DWORD> runningProcessIds() {
+    std::vector<DWORD> ids(kMaxProcessIds);
+    DWORD bytes = 0;
+    if (!::EnumProcesses(ids.data(), static_cast<DWORD>(ids.size() * sizeof(DWORD)), &bytes)) {
+        failCall("EnumProcesses failed.", ::GetLastError());
+    }
+    ids.resize(bytes / sizeof(DWORD));
+    return ids;
+}
+
+// soughtName is lower-case: image names are compared ignoring letter case.
+bool runsExecutable(DWORD id, const std::string& soughtName) {
+    std::string imageName;
+    return id != 0 && TqGetProcessImageFileName(id, imageName) == 0 &&
+           lowerCase(imageName) == soughtName;
+}
+
+// Reads the process's account into account. A process whose account may not be read is simply
+// someone else's; any other failure is worth a line.
+bool runsAsCaller(DWORD id, const accountBlock& caller, accountBlock& account) {
+    const int status = TqGetProcessSIDInfo(id, &account);
+    if (status != 0) {
+        if (std::abs(status) != tq::kAccessDenied) {
+            std::cerr << kIsExecutingName
+                      << " : Failed to get the process SID Information for the given process."
+                      << std::endl;
+        }
+        return false;
+    }
+    return account.sidStringLength == caller.sidStringLength &&
+           std::memcmp(account.sidString, caller.sidString, caller.sidStringLength) == 0;
+}
+
+// The record keeps the name as the caller wrote it. Without its times the process is still
+// found.
+void recordFoundProcess(DWORD id, const std::string& givenName, bool sameUserOnly,
+                        processRecord* out) {
+    copyField(out->executableName, givenName);
+    out->processId = id;
+    if (TqGetProcessDateInfo(out, sameUserOnly) != 0) {
+        std::cerr << kIsExecutingName << " : Warning - Failed to obtain process Date/Time info."
+                  << std::endl;
+    }
+}
+
+} // namespace
 
 int TqIsProcessExecuting(const char* executableName, bool sameUserOnly, processRecord* out) {
     return runUtility(kIsExecutingName, [&](int& result) {
@@ -222,58 +268,21 @@ int TqIsProcessExecuting(const char* executableName, bool sameUserOnly, processR
             result = -tq::kInvalidArguments;
             throw std::runtime_error(kInvalidArguments);
         }
-
         accountBlock caller{};
-        if (sameUserOnly) {
-            const int status = TqGetProcessSIDInfo(::GetCurrentProcessId(), &caller);
-            if (std::abs(status) == tq::kAccessDenied) {
-                return; // no account to compare with, so nothing can match
-            }
-            if (status != 0) {
-                result = status;
-                throw std::runtime_error(
-                    "Failed to get the process SID Information for the active process.");
-            }
+        if (sameUserOnly && !readCallerAccount(caller, result)) {
+            return;
         }
-
         const std::string soughtName = lowerCase(givenName);
-        std::vector<DWORD> ids(kMaxProcessIds);
-        DWORD bytes = 0;
-        if (!::EnumProcesses(ids.data(), static_cast<DWORD>(ids.size() * sizeof(DWORD)), &bytes)) {
-            throw SystemCallError("EnumProcesses failed.", ::GetLastError());
-        }
-        ids.resize(bytes / sizeof(DWORD));
-
-        for (const DWORD id : ids) {
-            std::string imageName;
-            if (id == 0 || TqGetProcessImageFileName(id, imageName) != 0 ||
-                lowerCase(imageName) != soughtName) {
+        for (const DWORD id : runningProcessIds()) {
+            accountBlock account{};
+            if (!runsExecutable(id, soughtName) ||
+                (sameUserOnly && !runsAsCaller(id, caller, account))) {
                 continue;
             }
             if (sameUserOnly) {
-                accountBlock account{};
-                const int status = TqGetProcessSIDInfo(id, &account);
-                if (status != 0) {
-                    if (std::abs(status) != tq::kAccessDenied) {
-                        std::cerr << kIsExecutingName
-                                  << " : Failed to get the process SID Information for the given "
-                                     "process."
-                                  << std::endl;
-                    }
-                    continue;
-                }
-                if (account.sidStringLength != caller.sidStringLength ||
-                    std::memcmp(account.sidString, caller.sidString, caller.sidStringLength) != 0) {
-                    continue;
-                }
                 out->account = account;
             }
-            copyField(out->executableName, givenName);
-            out->processId = id;
-            if (TqGetProcessDateInfo(out, sameUserOnly) != 0) {
-                std::cerr << kIsExecutingName
-                          << " : Warning - Failed to obtain process Date/Time info." << std::endl;
-            }
+            recordFoundProcess(id, givenName, sameUserOnly, out);
             result = 1;
             return;
         }
@@ -310,11 +319,11 @@ int TqGetProcessDateInfo(processRecord* record, bool sameUserOnly) {
         const TqUniqueHandle process(
             ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, record->processId));
         if (!process) {
-            throw SystemCallError("OpenProcess failed.", ::GetLastError());
+            failCall("OpenProcess failed.", ::GetLastError());
         }
         FILETIME creation{}, exit{}, kernel{}, user{};
         if (!::GetProcessTimes(process.get(), &creation, &exit, &kernel, &user)) {
-            throw SystemCallError("GetProcessTimes failed.", ::GetLastError());
+            failCall("GetProcessTimes failed.", ::GetLastError());
         }
         record->creationTime = creation;
         record->exitTime = exit;
@@ -334,20 +343,19 @@ int TqGetServiceStatus(const char* serviceName) {
         const TqUniqueServiceHandle manager(
             ::OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ENUMERATE_SERVICE));
         if (!manager) {
-            throw SystemCallError("OpenSCManager failed.", ::GetLastError(), -tq::kInternalError);
+            failCall("OpenSCManager failed.", ::GetLastError(), -tq::kInternalError);
         }
         // Deliberately the same text as a failed manager open: it is established output.
         const TqUniqueServiceHandle service(
             ::OpenServiceA(manager.get(), serviceName, SERVICE_QUERY_STATUS));
         if (!service) {
-            throw SystemCallError("OpenSCManager failed.", ::GetLastError(), -tq::kInternalError);
+            failCall("OpenSCManager failed.", ::GetLastError(), -tq::kInternalError);
         }
         SERVICE_STATUS_PROCESS status{};
         DWORD needed = 0;
         if (!::QueryServiceStatusEx(service.get(), SC_STATUS_PROCESS_INFO,
                                     reinterpret_cast<BYTE*>(&status), sizeof status, &needed)) {
-            throw SystemCallError("QueryServiceStatusEx failed.", ::GetLastError(),
-                                  -tq::kInternalError);
+            failCall("QueryServiceStatusEx failed.", ::GetLastError(), -tq::kInternalError);
         }
         result = static_cast<int>(status.dwCurrentState);
     });

@@ -1,10 +1,10 @@
 #include "TqRegistrySearch.h"
 
+#include "host/TqFailureLine.h"
 #include "base/TqStringUtil.h"
 #include "base/TqUniqueResource.h"
 #include "base/TqErrorText.h"
 #include "base/TqResultCodes.h"
-#include "base/TqWindowsCallError.h"
 
 #include <algorithm>
 #include <cstring>
@@ -26,25 +26,20 @@ constexpr DWORD kClassNameCapacity = 260;
 constexpr const char* kUninstall32 =
     "SOFTWARE\\Wow6432Node\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
 
-// A failed registry call: the message and the Windows code behind it.
-using TqRegistryCallError = TqWindowsCallError;
-
-int mapWindowsError(std::uint32_t code) noexcept {
-    return -TqCommonCodeOfWindowsError(code);
+// A failed registry call: its text, the search's code for it and the Windows code.
+[[noreturn]] void failRegistryCall(const std::string& text, LSTATUS status) {
+    const auto windowsCode = static_cast<std::uint32_t>(status);
+    throw TqFailure(text, -TqCommonCodeOfWindowsError(windowsCode), windowsCode);
 }
 
-// "<function> : <text>" for the exception being handled; the result set so far survives,
-// else -23. Only valid inside a catch handler.
-int reportFailure(const char* function, const char* prefix, int resultSoFar) noexcept {
-    try {
-        throw;
-    } catch (const std::exception& error) {
-        std::cerr << function << " : " << prefix << error.what() << std::endl;
-    } catch (...) {
-        std::cerr << function << " : Unknown exception occurred." << std::endl;
-        return -tq::kExceptionOccurred;
-    }
-    return resultSoFar != 0 ? resultSoFar : -tq::kExceptionOccurred;
+// The search steps' code: the one set before a standard exception survives, else -23.
+int keptOrExceptionOccurred(const TqCaught& caught, int resultSoFar) noexcept {
+    return TqCodeOfFailure(caught, resultSoFar, -tq::kExceptionOccurred);
+}
+
+// "<function> : <text>" for a search step's failure.
+auto failureLineOf(const char* function) {
+    return [function](const TqCaught& caught) { TqWriteFailureLine(function, caught); };
 }
 
 bool valueNameMatches(const TqRegistrySearchEntry& entry, const char* name, DWORD nameLength,
@@ -70,7 +65,7 @@ bool dataMatches(const TqRegistrySearchEntry& entry, const unsigned char* data, 
 // The key's own values, examined once its sub-keys have been searched.
 int searchOwnValues(HKEY key, const std::string& keyPath, DWORD valueCount, int subKeyResult,
                     TqRegistrySearchEntry& entry) {
-    if (subKeyResult == 4 && entry.stopAtFirst) {
+    if (subKeyResult == kTqSearchHit && entry.stopAtFirst) {
         return 0;
     }
     if (entry.keyName != nullptr && (entry.flags & SEARCH_KEY_IN_PATH) != 0) {
@@ -91,9 +86,9 @@ int searchOwnValues(HKEY key, const std::string& keyPath, DWORD valueCount, int 
             hit->dataLength = std::exchange(entry.dataLength, 0);
         }
         entry.results.push_back(std::move(hit));
-        return 4;
+        return kTqSearchHit;
     }
-    return matched != 5 ? matched : 0;
+    return matched != kTqSearchKeyNameHit ? matched : 0;
 }
 
 int searchKeyName(const std::string& keyPath, TqRegistrySearchEntry& entry) {
@@ -106,7 +101,29 @@ int searchKeyName(const std::string& keyPath, TqRegistrySearchEntry& entry) {
     auto hit = std::make_unique<TqRegistrySearchResult>();
     hit->keyPath = foundPath;
     entry.results.push_back(std::move(hit));
-    return entry.stopAtFirst ? 4 : 5;
+    return entry.stopAtFirst ? kTqSearchHit : kTqSearchKeyNameHit;
+}
+
+TqUniqueRegKey openSearchKey(HKEY root, const std::string& keyPath) {
+    TqUniqueRegKey key;
+    const LSTATUS status = ::RegOpenKeyExA(root, keyPath.c_str(), 0, kSearchAccess, key.put());
+    if (status != ERROR_SUCCESS) {
+        failRegistryCall("RegOpenKeyEx Failed for '" + keyPath + "'. Error Code " +
+                             TqGetLastErrorAsString(status),
+                         status);
+    }
+    return key;
+}
+
+void countKeyContents(HKEY key, DWORD& subKeyCount, DWORD& valueCount) {
+    char className[kClassNameCapacity];
+    DWORD classLength = kClassNameCapacity;
+    const LSTATUS status =
+        ::RegQueryInfoKeyA(key, className, &classLength, nullptr, &subKeyCount, nullptr, nullptr,
+                           &valueCount, nullptr, nullptr, nullptr, nullptr);
+    if (status != ERROR_SUCCESS) {
+        failRegistryCall("RegQueryInfoKey Failed.", status);
+    }
 }
 
 } // namespace
@@ -117,150 +134,132 @@ void TqRegistrySearchEntry::ClearResults() noexcept {
 
 int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearchEntry* entry) {
     constexpr const char* kName = "TqFindRegistryKeyAndOrValueName";
-    int result = 0;
     int subKeyResult = 0;
-    try {
-        if (entry == nullptr) {
-            result = -tq::kInvalidArguments;
-            throw std::invalid_argument("The 'searchEntry' argument is invalid.");
-        }
-        TqUniqueRegKey key;
-        const HKEY root = entry->root != nullptr ? entry->root : HKEY_LOCAL_MACHINE;
-        LSTATUS status = ::RegOpenKeyExA(root, keyPath.c_str(), 0, kSearchAccess, key.put());
-        if (status != ERROR_SUCCESS) {
-            throw TqRegistryCallError("RegOpenKeyEx Failed for '" + keyPath + "'. Error Code " +
-                                          TqGetLastErrorAsString(status),
-                                      status);
-        }
-        char className[kClassNameCapacity];
-        DWORD classLength = kClassNameCapacity;
-        DWORD subKeyCount = 0;
-        DWORD valueCount = 0;
-        status =
-            ::RegQueryInfoKeyA(key.get(), className, &classLength, nullptr, &subKeyCount, nullptr,
-                               nullptr, &valueCount, nullptr, nullptr, nullptr, nullptr);
-        if (status != ERROR_SUCCESS) {
-            throw TqRegistryCallError("RegQueryInfoKey Failed.", status);
-        }
-        if (subKeyCount > 0) {
-            subKeyResult = TqFindRegistryProcessSubKey(key.get(), keyPath, subKeyCount, entry);
-        }
-        if (entry->valueName != nullptr) {
-            if (valueCount > 0) {
-                result = searchOwnValues(key.get(), keyPath, valueCount, subKeyResult, *entry);
+    const int ownResult = TqGuard<int>(
+        [&](int& result) {
+            if (entry == nullptr) {
+                result = -tq::kInvalidArguments;
+                throw std::invalid_argument("The 'searchEntry' argument is invalid.");
             }
-        } else if ((entry->flags & SEARCH_KEY_NAME) != 0) {
-            result = searchKeyName(keyPath, *entry);
-        }
-    } catch (const TqRegistryCallError& error) {
-        std::cerr << kName << " : " << error.what() << " Error Code "
-                  << TqGetLastErrorAsString(error.code()) << std::endl;
-        result = mapWindowsError(error.code());
-    } catch (...) {
-        result = reportFailure(kName, "", result);
-    }
+            const HKEY root = entry->root != nullptr ? entry->root : HKEY_LOCAL_MACHINE;
+            const TqUniqueRegKey key = openSearchKey(root, keyPath);
+            DWORD subKeyCount = 0;
+            DWORD valueCount = 0;
+            countKeyContents(key.get(), subKeyCount, valueCount);
+            if (subKeyCount > 0) {
+                subKeyResult = TqFindRegistryProcessSubKey(key.get(), keyPath, subKeyCount, entry);
+            }
+            if (entry->valueName != nullptr) {
+                if (valueCount > 0) {
+                    result = searchOwnValues(key.get(), keyPath, valueCount, subKeyResult, *entry);
+                }
+            } else if ((entry->flags & SEARCH_KEY_NAME) != 0) {
+                result = searchKeyName(keyPath, *entry);
+            }
+        },
+        [&](const TqCaught& caught) {
+            TqWriteFailureLine(kName, caught, TqRegistryCallDetail(caught));
+        },
+        keptOrExceptionOccurred);
     // A hit among the descendants is reported as they reported it.
-    return subKeyResult != 0 ? subKeyResult : result;
+    return subKeyResult != 0 ? subKeyResult : ownResult;
 }
 
 int TqFindRegistryProcessSubKey(HKEY key, const std::string& keyPath, std::uint32_t subKeyCount,
                                 TqRegistrySearchEntry* entry) {
     constexpr const char* kName = "TqFindRegistryProcessSubKey";
-    int result = 0;
-    try {
-        if (key == nullptr || entry == nullptr) {
-            result = -tq::kInvalidArguments;
-            throw std::invalid_argument("Invalid argument(s) supplied.");
-        }
-        bool found = false;
-        int foundResult = 0;
-        int error = 0;
-        for (DWORD index = 0; index < subKeyCount; ++index) {
-            char name[kSubKeyNameCapacity + 1];
-            DWORD nameLength = sizeof name;
-            const LSTATUS status =
-                ::RegEnumKeyExA(key, index, name, &nameLength, nullptr, nullptr, nullptr, nullptr);
-            if (status != ERROR_SUCCESS) {
-                std::cerr << kName << " : RegEnumKeyEx - " << status << std::endl;
-                continue;
+    return TqGuard<int>(
+        [&](int& result) {
+            if (key == nullptr || entry == nullptr) {
+                result = -tq::kInvalidArguments;
+                throw std::invalid_argument("Invalid argument(s) supplied.");
             }
-            const std::string childName(name, nameLength);
-            const std::string childPath = keyPath.empty() ? childName : keyPath + "\\" + childName;
-            const int child = TqFindRegistryKeyAndOrValueName(childPath, entry);
-            result = child;
-            if (child == 4 || child == 5) {
-                found = true;
-                foundResult = child;
-                error = 0;
-                if (entry->stopAtFirst) {
-                    break;
+            bool found = false;
+            int foundResult = 0;
+            int error = 0;
+            for (DWORD index = 0; index < subKeyCount; ++index) {
+                char name[kSubKeyNameCapacity + 1];
+                DWORD nameLength = sizeof name;
+                const LSTATUS status = ::RegEnumKeyExA(key, index, name, &nameLength, nullptr,
+                                                       nullptr, nullptr, nullptr);
+                if (status != ERROR_SUCCESS) {
+                    std::cerr << kName << " : RegEnumKeyEx - " << status << std::endl;
+                    continue;
                 }
-            } else if (error == 0 && child < 0) {
-                error = child;
+                const std::string childName(name, nameLength);
+                const std::string childPath =
+                    keyPath.empty() ? childName : keyPath + "\\" + childName;
+                const int child = TqFindRegistryKeyAndOrValueName(childPath, entry);
+                result = child;
+                if (child == kTqSearchHit || child == kTqSearchKeyNameHit) {
+                    found = true;
+                    foundResult = child;
+                    error = 0;
+                    if (entry->stopAtFirst) {
+                        break;
+                    }
+                } else if (error == 0 && child < 0) {
+                    error = child;
+                }
             }
-        }
-        if (found) {
-            result = foundResult;
-        } else if (error != 0) {
-            result = error;
-        }
-    } catch (...) {
-        result = reportFailure(kName, "", result);
-    }
-    return result;
+            if (found) {
+                result = foundResult;
+            } else if (error != 0) {
+                result = error;
+            }
+        },
+        failureLineOf(kName), keptOrExceptionOccurred);
 }
 
 // Kept out of line: its 16 KB name buffer must not join the frames of the recursion.
 [[gnu::noinline]] int TqFindRegistryProcessValues(HKEY key, std::uint32_t valueCount,
                                                   TqRegistrySearchEntry* entry) {
     constexpr const char* kName = "TqFindRegistryProcessValues";
-    int result = 0;
-    try {
-        if (key == nullptr || entry == nullptr) {
-            result = -tq::kInvalidArguments;
-            throw std::invalid_argument("Invalid argument(s) supplied.");
-        }
-        char name[kValueNameCapacity + 1];
-        for (DWORD index = 0; index < valueCount; ++index) {
-            DWORD nameLength = sizeof name;
-            DWORD type = REG_NONE;
-            DWORD dataLength = 0;
-            LSTATUS status = ::RegEnumValueA(key, index, name, &nameLength, nullptr, &type, nullptr,
-                                             &dataLength);
-            if (status != ERROR_SUCCESS) {
-                std::cerr << kName << " : RegEnumValue(1) - " << status << std::endl;
-                continue;
+    return TqGuard<int>(
+        [&](int& result) {
+            if (key == nullptr || entry == nullptr) {
+                result = -tq::kInvalidArguments;
+                throw std::invalid_argument("Invalid argument(s) supplied.");
             }
-            auto data = std::make_unique<unsigned char[]>(dataLength); // zero-filled
-            nameLength = sizeof name;
-            status = ::RegEnumValueA(key, index, name, &nameLength, nullptr, &type, data.get(),
-                                     &dataLength);
-            if (status != ERROR_SUCCESS) {
-                std::cerr << kName << " : RegEnumValue(2) - " << status << std::endl;
-                continue;
-            }
-            if (!valueNameMatches(*entry, name, nameLength, type)) {
-                continue;
-            }
-            const bool compare = (entry->flags & SEARCH_COMPARE_DATA) != 0;
-            const bool handOver = (entry->flags & SEARCH_RETURN_DATA) != 0;
-            if (compare && !dataMatches(*entry, data.get(), dataLength)) {
-                continue;
-            }
-            if (compare || handOver) {
-                if (handOver) {
-                    entry->data = std::move(data);
-                    entry->dataLength = dataLength;
+            char name[kValueNameCapacity + 1];
+            for (DWORD index = 0; index < valueCount; ++index) {
+                DWORD nameLength = sizeof name;
+                DWORD type = REG_NONE;
+                DWORD dataLength = 0;
+                LSTATUS status = ::RegEnumValueA(key, index, name, &nameLength, nullptr, &type,
+                                                 nullptr, &dataLength);
+                if (status != ERROR_SUCCESS) {
+                    std::cerr << kName << " : RegEnumValue(1) - " << status << std::endl;
+                    continue;
                 }
-                result = 2;
-                break;
+                auto data = std::make_unique<unsigned char[]>(dataLength); // zero-filled
+                nameLength = sizeof name;
+                status = ::RegEnumValueA(key, index, name, &nameLength, nullptr, &type, data.get(),
+                                         &dataLength);
+                if (status != ERROR_SUCCESS) {
+                    std::cerr << kName << " : RegEnumValue(2) - " << status << std::endl;
+                    continue;
+                }
+                if (!valueNameMatches(*entry, name, nameLength, type)) {
+                    continue;
+                }
+                const bool compare = (entry->flags & SEARCH_COMPARE_DATA) != 0;
+                const bool handOver = (entry->flags & SEARCH_RETURN_DATA) != 0;
+                if (compare && !dataMatches(*entry, data.get(), dataLength)) {
+                    continue;
+                }
+                if (compare || handOver) {
+                    if (handOver) {
+                        entry->data = std::move(data);
+                        entry->dataLength = dataLength;
+                    }
+                    result = kTqSearchValueMatched;
+                    break;
+                }
+                // Neither comparing nor returning data: a matching value records nothing.
             }
-            // Neither comparing nor returning data: a matching value records nothing.
-        }
-    } catch (...) {
-        result = reportFailure(kName, "", result);
-    }
-    return result;
+        },
+        failureLineOf(kName), keptOrExceptionOccurred);
 }
 
 namespace {
@@ -270,29 +269,31 @@ namespace {
 template <typename TakeHit>
 int readFirstValue(const char* function, const std::string& keyPath, const std::string& valueName,
                    DWORD type, TakeHit&& takeHit) noexcept {
-    int result = 0;
-    try {
-        if (keyPath.empty() || valueName.empty()) {
-            result = -tq::kInvalidArguments;
-            throw std::invalid_argument("One or more arguments is invalid.");
-        }
-        TqRegistrySearchEntry entry;
-        entry.flags = SEARCH_RETURN_DATA;
-        entry.root = HKEY_LOCAL_MACHINE;
-        entry.valueName = valueName.c_str();
-        entry.valueType = type;
-        entry.stopAtFirst = true;
-        const int found = TqFindRegistryKeyAndOrValueName(keyPath, &entry);
-        if (found == 4 && !entry.results.empty() && entry.results.front() != nullptr) {
-            takeHit(*entry.results.front());
-            result = 1;
-        } else if (found < 0) {
-            result = found;
-        }
-    } catch (...) {
-        result = reportFailure(function, "Exception Occurred - ", result);
-    }
-    return result;
+    return TqGuard<int>(
+        [&](int& result) {
+            if (keyPath.empty() || valueName.empty()) {
+                result = -tq::kInvalidArguments;
+                throw std::invalid_argument("One or more arguments is invalid.");
+            }
+            TqRegistrySearchEntry entry;
+            entry.flags = SEARCH_RETURN_DATA;
+            entry.root = HKEY_LOCAL_MACHINE;
+            entry.valueName = valueName.c_str();
+            entry.valueType = type;
+            entry.stopAtFirst = true;
+            const int found = TqFindRegistryKeyAndOrValueName(keyPath, &entry);
+            if (found == kTqSearchHit && !entry.results.empty() &&
+                entry.results.front() != nullptr) {
+                takeHit(*entry.results.front());
+                result = 1;
+            } else if (found < 0) {
+                result = found;
+            }
+        },
+        [function](const TqCaught& caught) {
+            TqWriteFailureLine(function, caught, std::string(), "Exception Occurred - ");
+        },
+        keptOrExceptionOccurred);
 }
 
 std::string hitText(const TqRegistrySearchResult& hit) {
@@ -385,7 +386,7 @@ std::unique_ptr<TqRegistrySearchResult> findProductValue(const std::string& prod
     entry.valueType = type;
     entry.stopAtFirst = true;
     searchResult = TqFindRegistryKeyAndOrValueName(productKey, &entry);
-    if (searchResult != 4 || entry.results.empty() || entry.results.front() == nullptr ||
+    if (searchResult != kTqSearchHit || entry.results.empty() || entry.results.front() == nullptr ||
         entry.results.front()->data == nullptr) {
         return nullptr;
     }
@@ -405,67 +406,84 @@ std::optional<std::uint32_t> findProductDword(const std::string& productKey,
     return hitDword(*hit);
 }
 
+// The key of the first 32-bit Uninstall entry whose DisplayName begins with displayName.
+// 1 = found (productKey written), 0 = none, negative = the search's failure, reported.
+int findProductKey(const char* displayName, std::string& productKey) {
+    TqRegistrySearchEntry product;
+    product.flags = SEARCH_COMPARE_DATA | SEARCH_DATA_PREFIX;
+    product.root = HKEY_LOCAL_MACHINE;
+    product.valueName = "DisplayName";
+    product.valueType = REG_SZ;
+    // Without its terminator: the stored display name need only begin with the text.
+    product.compareData = reinterpret_cast<const unsigned char*>(displayName);
+    product.compareLength = static_cast<std::uint32_t>(std::strlen(displayName));
+    product.stopAtFirst = true;
+    const int found = TqFindRegistryKeyAndOrValueName(kUninstall32, &product);
+    if (found < 0) {
+        reportLookupFailure(found);
+        return found;
+    }
+    if (found == 0 || product.results.empty() || product.results.front() == nullptr) {
+        return 0;
+    }
+    productKey = product.results.front()->keyPath;
+    return 1;
+}
+
+// The product's version from VersionMajor and VersionMinor when both are there, else the first
+// two numbers of DisplayVersion. False when neither gives a version.
+bool readProductVersion(const std::string& productKey, std::int32_t& major, std::int32_t& minor) {
+    const auto versionMajor = findProductDword(productKey, "VersionMajor");
+    const auto versionMinor = findProductDword(productKey, "VersionMinor");
+    if (versionMajor && versionMinor) {
+        major = static_cast<std::int32_t>(*versionMajor);
+        minor = static_cast<std::int32_t>(*versionMinor);
+        return true;
+    }
+    int searchResult = 0;
+    const auto displayVersion =
+        findProductValue(productKey, "DisplayVersion", REG_SZ, searchResult);
+    if (displayVersion == nullptr) {
+        return false;
+    }
+    std::string text = hitText(*displayVersion);
+    std::vector<std::int32_t> numbers;
+    if (TqParseVersionNoString(text, numbers) != 0 || numbers.empty()) {
+        return false;
+    }
+    major = numbers[0];
+    minor = numbers.size() > 1 ? numbers[1] : 0;
+    return true;
+}
+
 } // namespace
 
 int TqGetInstalledAppVerNo(HKEY, const char* displayName, const void*, std::int32_t* major,
                            std::int32_t* minor, std::string* keyPath) {
-    int result = 0;
-    try {
-        if (displayName == nullptr || major == nullptr || minor == nullptr) {
-            result = -tq::kInvalidArguments;
-            throw std::invalid_argument("One or more calling arguments is NULL.");
-        }
-        TqRegistrySearchEntry product;
-        product.flags = SEARCH_COMPARE_DATA | SEARCH_DATA_PREFIX;
-        product.root = HKEY_LOCAL_MACHINE;
-        product.valueName = "DisplayName";
-        product.valueType = REG_SZ;
-        // Without its terminator: the stored display name need only begin with the text.
-        product.compareData = reinterpret_cast<const unsigned char*>(displayName);
-        product.compareLength = static_cast<std::uint32_t>(std::strlen(displayName));
-        product.stopAtFirst = true;
-        const int found = TqFindRegistryKeyAndOrValueName(kUninstall32, &product);
-        if (found < 0) {
-            reportLookupFailure(found);
-            return found;
-        }
-        if (found == 0 || product.results.empty() || product.results.front() == nullptr) {
-            return 0;
-        }
-        const std::string productKey = product.results.front()->keyPath;
-
-        std::int32_t foundMajor = 0;
-        std::int32_t foundMinor = 0;
-        const auto versionMajor = findProductDword(productKey, "VersionMajor");
-        const auto versionMinor = findProductDword(productKey, "VersionMinor");
-        if (versionMajor && versionMinor) {
-            foundMajor = static_cast<std::int32_t>(*versionMajor);
-            foundMinor = static_cast<std::int32_t>(*versionMinor);
-        } else {
-            int searchResult = 0;
-            const auto displayVersion =
-                findProductValue(productKey, "DisplayVersion", REG_SZ, searchResult);
-            if (displayVersion == nullptr) {
-                return 0;
+    return TqGuard<int>(
+        [&](int& result) {
+            if (displayName == nullptr || major == nullptr || minor == nullptr) {
+                result = -tq::kInvalidArguments;
+                throw std::invalid_argument("One or more calling arguments is NULL.");
             }
-            std::string text = hitText(*displayVersion);
-            std::vector<std::int32_t> numbers;
-            if (TqParseVersionNoString(text, numbers) != 0 || numbers.empty()) {
-                return 0;
+            std::string productKey;
+            const int found = findProductKey(displayName, productKey);
+            if (found != 1) {
+                result = found;
+                return;
             }
-            foundMajor = numbers[0];
-            foundMinor = numbers.size() > 1 ? numbers[1] : 0;
-        }
-        *major = foundMajor;
-        *minor = foundMinor;
-        *keyPath = productKey;
-        result = 1;
-    } catch (const std::exception& error) {
-        std::cerr << kVersionLookupName << " : " << error.what() << std::endl;
-        result = result < 0 ? result : -tq::kExceptionOccurred;
-    } catch (...) {
-        std::cerr << kVersionLookupName << " : Unknown exception occurred." << std::endl;
-        result = result < 0 ? result : -tq::kExceptionOccurred;
-    }
-    return result;
+            std::int32_t foundMajor = 0;
+            std::int32_t foundMinor = 0;
+            if (!readProductVersion(productKey, foundMajor, foundMinor)) {
+                return;
+            }
+            *major = foundMajor;
+            *minor = foundMinor;
+            *keyPath = productKey;
+            result = 1;
+        },
+        failureLineOf(kVersionLookupName),
+        [](const TqCaught&, int resultSoFar) noexcept {
+            return resultSoFar < 0 ? resultSoFar : -tq::kExceptionOccurred;
+        });
 }

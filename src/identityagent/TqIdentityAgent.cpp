@@ -1,12 +1,14 @@
 #include "TqIdentityAgent.h"
 
 #include "host/TqRegistrySearch.h"
+#include "base/TqFailureGuard.h"
 #include "base/TqResultCodes.h"
 
 #include <cstring>
 #include <iostream>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
@@ -39,22 +41,25 @@ int lookUpInstalled(IARecord& record) {
                                   &record.minor, &keyPath);
 }
 
-// Detectors report an exception on standard error and answer with the negative code set so
-// far. Only valid inside a catch handler.
-int reportDetectorFailure(const char* function, int resultSoFar) noexcept {
-    try {
-        try {
-            throw;
-        } catch (const std::exception& error) {
-            std::cerr << function << " : " << error.what() << std::endl;
-            return resultSoFar < 0 ? resultSoFar : -tq::kExceptionOccurred;
-        } catch (...) {
-            std::cerr << function << " : Unknown exception occurred - " << std::endl;
-        }
-    } catch (...) {
-        // Writing the diagnostic failed: the code still reaches the caller.
-    }
-    return -tq::kExceptionOccurred;
+// Runs a detector. An exception is reported on standard error and answered with the negative
+// code set so far, else -23.
+template <typename Body> int runDetector(const char* function, Body&& body) noexcept {
+    bool reported = false;
+    return TqGuard<int>(
+        std::forward<Body>(body),
+        [&](const TqCaught& caught) {
+            if (caught.standard()) {
+                std::cerr << function << " : " << caught.text << std::endl;
+            } else {
+                std::cerr << function << " : Unknown exception occurred - " << std::endl;
+            }
+            reported = true;
+        },
+        [&](const TqCaught& caught, int resultSoFar) noexcept {
+            // When writing the diagnostic itself failed, the code still reaches the caller.
+            return reported && caught.standard() && resultSoFar < 0 ? resultSoFar
+                                                                    : -tq::kExceptionOccurred;
+        });
 }
 
 void progress(const char* function, const char* text) {
@@ -78,11 +83,42 @@ const char* rebootText(std::int32_t hasRebooted) {
     }
 }
 
+// The newer BT agent's spring check is its card checker service, installed for the whole
+// machine: users cannot change it. A paused or pending service leaves it unknown.
+void readCardCheckerState(springCheckBlock& check, int serviceState) {
+    check.locked = 1;
+    if (serviceState == SERVICE_RUNNING || serviceState == SERVICE_STOPPED) {
+        check.status = serviceState == SERVICE_RUNNING ? 1 : 0;
+        progress(kBTName, "Successfully detected BT IA.");
+    } else {
+        check.status = -1;
+        progress(kBTName, "Service in paused or pending state. Default to 'unknown'.");
+    }
+}
+
+std::string detectionDocument(const IARecord& agent) {
+    const springCheckBlock& check = agent.springCheck;
+    // minVersion carries the minor number and maxVersion the major one: the client reads them
+    // under these names, so the crossing stays.
+    std::ostringstream document;
+    document << "{\n\t\"ia\":{\n\t\t\"name\": "
+             << "\"" << (agent.vendor.empty() ? std::string("unknown") : agent.vendor)
+             << "\",\n\t\t\"minVersion\": "
+             << "\"" << static_cast<std::uint32_t>(agent.minor) << "\",\n\t\t\"maxVersion\": \""
+             << static_cast<std::uint32_t>(agent.major)
+             << "\"\n\t},\n\t\"springCheck\":{\n\t\t\"status\": \""
+             << wordOf(check.status, "off", "on") << "\",\n\t\t\"locked\": \""
+             << wordOf(check.locked, "false", "true") << "\","
+             << "\n\t\t\"zelSet\": \"" << wordOf(check.zelSet, "false", "true")
+             << "\"\n\t},\n\t\"os\":{\n\t\t\"hasRebooted\": \"" << rebootText(check.hasRebooted)
+             << "\"\n\t}\n}";
+    return document.str();
+}
+
 } // namespace
 
 int TqDetectKVRIdentityAgent(IARecord* record) {
-    int result = 0;
-    try {
+    return runDetector(kKVRName, [&](int& result) {
         if (record == nullptr) {
             result = -tq::kInvalidArguments;
             throw std::invalid_argument(kInvalidArguments);
@@ -97,7 +133,8 @@ int TqDetectKVRIdentityAgent(IARecord* record) {
             agent.vendor = "KVR";
             if (TqIsProcessExecuting(kTqKVRAgentExecutable, true, &agent.process) != 1) {
                 progress(kKVRName, "KVR Identity Agent not executing.");
-                return 0;
+                result = 0;
+                return;
             }
             result = TqGetProcessDateInfo(&agent.process, true);
             if (result != 0) {
@@ -108,21 +145,19 @@ int TqDetectKVRIdentityAgent(IARecord* record) {
                 throw std::runtime_error("TqDetectKVRIdentityAgentSpringCheck failed.");
             }
             progress(kKVRName, "Successfully detected KVR IA.");
-            return 1;
+            result = 1;
+            return;
         }
         if (result < 0) {
             throw std::runtime_error(
                 "TqGetInstalledappVerNo failed to detect an Vessant/KVR Digital Identity Agent.");
         }
-        return 0;
-    } catch (...) {
-        return reportDetectorFailure(kKVRName, result);
-    }
+        result = 0;
+    });
 }
 
 int TqDetectBTIdentityAgent(IARecord* record) {
-    int result = 0;
-    try {
+    return runDetector(kBTName, [&](int& result) {
         if (record == nullptr) {
             result = -tq::kInvalidArguments;
             throw std::invalid_argument(kInvalidArguments);
@@ -140,66 +175,46 @@ int TqDetectBTIdentityAgent(IARecord* record) {
                 throw std::runtime_error("TqGetInstalledappVerNo failed.");
             }
             if (result != 1) {
-                return 0;
+                result = 0;
+                return;
             }
         }
         agent.vendor = "BT";
         if (TqIsProcessExecuting(kTqBTAgentExecutable, true, &agent.process) != 1) {
             progress(kBTName, "BT Identity Agent not executing.");
-            return 0;
+            result = 0;
+            return;
         }
         if (!newer) {
             agent.springCheck.status = -1;
             agent.springCheck.locked = -1;
             progress(kBTName, "BT IA v11 Does not support CSP based Spring Check.");
-            return 1;
+            result = 1;
+            return;
         }
         result = TqGetServiceStatus(kTqBTCardCheckerService);
         if (result < 0) {
             throw std::runtime_error("TqGetServiceStatus failed.");
         }
-        // The card checker is installed for the whole machine: users cannot change it.
-        agent.springCheck.locked = 1;
-        if (result == SERVICE_RUNNING || result == SERVICE_STOPPED) {
-            agent.springCheck.status = result == SERVICE_RUNNING ? 1 : 0;
-            progress(kBTName, "Successfully detected BT IA.");
-        } else {
-            agent.springCheck.status = -1;
-            progress(kBTName, "Service in paused or pending state. Default to 'unknown'.");
-        }
-        return 1;
-    } catch (...) {
-        return reportDetectorFailure(kBTName, result);
-    }
+        readCardCheckerState(agent.springCheck, result);
+        result = 1;
+    });
 }
 
 int TqDetectedIAtoJSONString(const IARecord* record, std::string& json) {
-    try {
-        if (record == nullptr) {
-            throw std::invalid_argument(kInvalidArguments);
-        }
-        const IARecord& agent = *record;
-        const springCheckBlock& check = agent.springCheck;
-        // minVersion carries the minor number and maxVersion the major one: the client reads
-        // them under these names, so the crossing stays.
-        std::ostringstream document;
-        document << "{\n\t\"ia\":{\n\t\t\"name\": "
-                 << "\"" << (agent.vendor.empty() ? std::string("unknown") : agent.vendor)
-                 << "\",\n\t\t\"minVersion\": "
-                 << "\"" << static_cast<std::uint32_t>(agent.minor) << "\",\n\t\t\"maxVersion\": \""
-                 << static_cast<std::uint32_t>(agent.major)
-                 << "\"\n\t},\n\t\"springCheck\":{\n\t\t\"status\": \""
-                 << wordOf(check.status, "off", "on") << "\",\n\t\t\"locked\": \""
-                 << wordOf(check.locked, "false", "true") << "\","
-                 << "\n\t\t\"zelSet\": \"" << wordOf(check.zelSet, "false", "true")
-                 << "\"\n\t},\n\t\"os\":{\n\t\t\"hasRebooted\": \"" << rebootText(check.hasRebooted)
-                 << "\"\n\t}\n}";
-        json = document.str();
-        return 0;
-    } catch (const std::exception& error) {
-        std::cerr << kJSONName << " Exception Occurred - " << error.what() << std::endl;
-    } catch (...) {
-        std::cerr << kJSONName << " : Unknown exception occurred." << std::endl;
-    }
-    return tq::kExceptionOccurred;
+    return TqGuard<int>(
+        [&](int&) {
+            if (record == nullptr) {
+                throw std::invalid_argument(kInvalidArguments);
+            }
+            json = detectionDocument(*record);
+        },
+        [](const TqCaught& caught) {
+            if (caught.standard()) {
+                std::cerr << kJSONName << " Exception Occurred - " << caught.text << std::endl;
+            } else {
+                std::cerr << kJSONName << " : Unknown exception occurred." << std::endl;
+            }
+        },
+        [](const TqCaught&, int) noexcept { return tq::kExceptionOccurred; });
 }

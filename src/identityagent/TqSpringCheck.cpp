@@ -1,12 +1,11 @@
 #include "TqSpringCheck.h"
 
 #include "TqSpringCheckSeam.h"
+#include "host/TqFailureLine.h"
 #include "host/TqRegistrySearch.h"
 #include "host/TqRegistryWrite.h"
 #include "base/TqUniqueResource.h"
-#include "base/TqErrorText.h"
 #include "base/TqResultCodes.h"
-#include "base/TqWindowsCallError.h"
 
 #include <algorithm>
 #include <array>
@@ -49,49 +48,22 @@ const SettingLocation kSettingLocations[] = {
     {HKEY_LOCAL_MACHINE, kTqIAPolicyKey},
 };
 
-// A failed registry call: the message and the Windows code behind it.
-using RegistryCallError = TqWindowsCallError;
-
-// What a catch handler learned about the exception it reported.
-struct CaughtFailure {
-    bool standard = false;
-    LSTATUS windowsCode = ERROR_SUCCESS; // ERROR_SUCCESS: no Windows code known
-};
-
-// Writes "<function> : <message>" for the exception being handled, with the Windows code and
-// its system text when one is known. Only valid inside a catch handler.
-CaughtFailure reportCurrentFailure(const char* function) noexcept {
-    CaughtFailure failure;
-    try {
-        try {
-            throw;
-        } catch (const RegistryCallError& error) {
-            failure.standard = true;
-            failure.windowsCode = static_cast<LSTATUS>(error.code());
-            std::cerr << function << " : " << error.what() << " Error Code "
-                      << TqGetLastErrorAsString(static_cast<std::uint32_t>(error.code()))
-                      << std::endl;
-        } catch (const std::exception& error) {
-            failure.standard = true;
-            std::cerr << function << " : " << error.what() << std::endl;
-        } catch (...) {
-            std::cerr << function << " : Unknown exception occurred." << std::endl;
-        }
-    } catch (...) {
-        // The diagnostic itself failed; the caller still turns the failure into a code.
-    }
-    return failure;
+// A failed registry call: its text, the writers' code for it and the Windows code.
+[[noreturn]] void failRegistryCall(const char* text, LSTATUS status) {
+    const auto windowsCode = static_cast<std::uint32_t>(status);
+    throw TqFailure(text, TqCommonCodeOfWindowsError(windowsCode), windowsCode);
 }
 
-// The writers' codes: a Windows code decides when there is one; these never go negative.
-int positiveCodeOf(const CaughtFailure& failure, int resultSoFar) noexcept {
-    if (!failure.standard) {
-        return tq::kExceptionOccurred;
-    }
-    if (failure.windowsCode == ERROR_SUCCESS) {
-        return resultSoFar != 0 ? resultSoFar : tq::kExceptionOccurred;
-    }
-    return TqCommonCodeOfWindowsError(static_cast<std::uint32_t>(failure.windowsCode));
+// "<function> : <message>", with the Windows code's system text after a failed registry call.
+auto failureLineOf(const char* function) {
+    return [function](const TqCaught& caught) {
+        TqWriteFailureLine(function, caught, TqRegistryCallDetail(caught));
+    };
+}
+
+// The writers' codes: a failed call's own, else the one set so far; these never go negative.
+int positiveCodeOf(const TqCaught& caught, int resultSoFar) noexcept {
+    return TqCodeOfFailure(caught, resultSoFar, tq::kExceptionOccurred);
 }
 
 void scrambleZelCheck(unsigned char* bytes) noexcept {
@@ -105,7 +77,7 @@ void scrambleZelCheck(unsigned char* bytes) noexcept {
 LSTATUS openUserKey(REGSAM access, TqUniqueRegKey& key) {
     const LSTATUS status = ::RegOpenKeyExA(HKEY_CURRENT_USER, kTqIAUserKey, 0, access, key.put());
     if (status != ERROR_SUCCESS && status != ERROR_FILE_NOT_FOUND) {
-        throw RegistryCallError("RegOpenKeyEx failed to open.", status);
+        failRegistryCall("RegOpenKeyEx failed to open.", status);
     }
     return status;
 }
@@ -115,7 +87,7 @@ void createUserKey(TqUniqueRegKey& key) {
         ::RegCreateKeyExA(HKEY_CURRENT_USER, kTqIAUserKey, 0, nullptr, REG_OPTION_NON_VOLATILE,
                           KEY_ALL_ACCESS, nullptr, key.put(), nullptr);
     if (status != ERROR_SUCCESS) {
-        throw RegistryCallError("RegCreateKeyEx failed to create registry key.", status);
+        failRegistryCall("RegCreateKeyEx failed to create registry key.", status);
     }
 }
 
@@ -146,7 +118,8 @@ void readSettingAt(const SettingLocation& location, springCheckBlock& block, int
     entry.valueType = REG_SZ;
     entry.stopAtFirst = true;
     const int found = TqFindRegistryKeyAndOrValueName(location.key, &entry);
-    const bool hit = found == 4 && !entry.results.empty() && entry.results.front() != nullptr;
+    const bool hit =
+        found == kTqSearchHit && !entry.results.empty() && entry.results.front() != nullptr;
     if (found == -tq::kResourceDoesNotExist || (found >= 0 && !hit)) {
         if (block.status == -1) {
             block.status = 1;
@@ -191,16 +164,16 @@ void restoreDefault(HKEY key) {
     DWORD size = 0;
     const LSTATUS query = ::RegQueryValueExA(key, kTqZelCheckValue, nullptr, &type, nullptr, &size);
     if (query != ERROR_SUCCESS && query != ERROR_FILE_NOT_FOUND) {
-        throw RegistryCallError("RegQueryValueEx Failed", query);
+        failRegistryCall("RegQueryValueEx Failed", query);
     }
     LSTATUS status = ::RegDeleteValueA(key, kTqCardRemovalCheckValue);
     if (status != ERROR_SUCCESS && status != ERROR_FILE_NOT_FOUND) {
-        throw RegistryCallError("Failed to delete CardRemovalCheck value.", status);
+        failRegistryCall("Failed to delete CardRemovalCheck value.", status);
     }
     if (query == ERROR_SUCCESS) {
         status = ::RegDeleteValueA(key, kTqZelCheckValue);
         if (status != ERROR_SUCCESS) {
-            throw RegistryCallError("Failed to delete ZelCheck value.", status);
+            failRegistryCall("Failed to delete ZelCheck value.", status);
         }
     }
 }
@@ -211,150 +184,160 @@ void reportNotRunning(int found) {
               << std::endl;
 }
 
+// A setting the user may change: the stored ZelCheck record tells whether the agent restarted
+// since the switch-off. The record's lookup decides the result: a missing record (0) clears a
+// failure met among the keys, a short one (-12) replaces it.
+void compareWithStoredRecord(springCheckBlock& block, const processRecord& running, int& result) {
+    processRecord stored{};
+    const int read = TqGetZelKVRIAInformation(&stored);
+    if (read > 0) {
+        block.zelSet = 1;
+        block.hasRebooted = sameProcess(stored, running) ? 1 : 2;
+    } else {
+        result = -read;
+        block.hasRebooted = 0;
+        block.zelSet = 0;
+    }
+}
+
+void takeBackSwitchOff(HKEY key) {
+    const LSTATUS status = ::RegDeleteValueA(key, kTqCardRemovalCheckValue);
+    if (status != ERROR_SUCCESS) {
+        std::cerr << kSetName << " : Failed to delete CardRemovalCheck key." << std::endl;
+    }
+}
+
 } // namespace
 
 int TqDetectKVRIdentityAgentSpringCheck(springCheckBlock* springBlock,
                                         const processRecord* running) {
-    int result = 0;
-    try {
-        if (springBlock == nullptr || running == nullptr) {
-            result = tq::kInvalidArguments;
-            throw std::invalid_argument(kInvalidArguments);
-        }
-        springCheckBlock& block = *springBlock;
-        int handled = 0;
-        for (const SettingLocation& location : kSettingLocations) {
-            readSettingAt(location, block, handled, result);
-        }
-        if (handled == 0) {
-            block.status = 1;
-            block.locked = 0;
-            block.hasRebooted = 0;
-            block.zelSet = 0;
-        } else if (block.locked == 0) {
-            processRecord stored{};
-            const int read = TqGetZelKVRIAInformation(&stored);
-            if (read > 0) {
-                block.zelSet = 1;
-                block.hasRebooted = sameProcess(stored, *running) ? 1 : 2;
-            } else {
-                // The record's lookup decides the result: a missing record (0) clears a failure
-                // met among the keys, a short one (-12) replaces it.
-                result = -read;
+    return TqGuard<int>(
+        [&](int& result) {
+            if (springBlock == nullptr || running == nullptr) {
+                result = tq::kInvalidArguments;
+                throw std::invalid_argument(kInvalidArguments);
+            }
+            springCheckBlock& block = *springBlock;
+            int handled = 0;
+            for (const SettingLocation& location : kSettingLocations) {
+                readSettingAt(location, block, handled, result);
+            }
+            if (handled == 0) {
+                block.status = 1;
+                block.locked = 0;
+                block.hasRebooted = 0;
+                block.zelSet = 0;
+            } else if (block.locked == 0) {
+                compareWithStoredRecord(block, *running, result);
+            } else if (block.locked == 1) {
                 block.hasRebooted = 0;
                 block.zelSet = 0;
             }
-        } else if (block.locked == 1) {
-            block.hasRebooted = 0;
-            block.zelSet = 0;
-        }
-    } catch (...) {
-        reportCurrentFailure(kDetectName);
-        return result > 0 ? result : tq::kExceptionOccurred;
-    }
-    return result;
+        },
+        failureLineOf(kDetectName),
+        [](const TqCaught&, int resultSoFar) noexcept {
+            return resultSoFar > 0 ? resultSoFar : tq::kExceptionOccurred;
+        });
 }
 
 int TqGetZelKVRIAInformation(processRecord* out) {
-    int result = 0;
-    try {
-        if (out == nullptr) {
-            result = -tq::kInvalidArguments;
-            throw std::invalid_argument(kInvalidArguments);
-        }
-        TqRegistrySearchEntry entry;
-        entry.flags = SEARCH_RETURN_DATA;
-        entry.root = HKEY_CURRENT_USER;
-        entry.valueName = kTqZelCheckValue;
-        entry.valueType = REG_BINARY;
-        entry.stopAtFirst = true;
-        if (TqFindRegistryKeyAndOrValueName(kTqIAUserKey, &entry) != 4 || entry.results.empty() ||
-            entry.results.front() == nullptr) {
-            return 0;
-        }
-        const TqRegistrySearchResult& hit = *entry.results.front();
-        if (hit.data == nullptr || hit.dataLength < kTqZelCheckSize) {
-            result = -tq::kBufferSizesDiffer;
-            throw std::length_error("Stored REG_BINARY data is of invalid size");
-        }
-        unsigned char record[kTqZelCheckSize];
-        std::memcpy(record, hit.data.get(), kTqZelCheckSize);
-        scrambleZelCheck(record);
-        std::memcpy(out, record, kTqZelCheckSize);
-        result = 1;
-    } catch (...) {
-        reportCurrentFailure(kGetZelName);
-        return result < 0 ? result : -tq::kExceptionOccurred;
-    }
-    return result;
+    return TqGuard<int>(
+        [&](int& result) {
+            if (out == nullptr) {
+                result = -tq::kInvalidArguments;
+                throw std::invalid_argument(kInvalidArguments);
+            }
+            TqRegistrySearchEntry entry;
+            entry.flags = SEARCH_RETURN_DATA;
+            entry.root = HKEY_CURRENT_USER;
+            entry.valueName = kTqZelCheckValue;
+            entry.valueType = REG_BINARY;
+            entry.stopAtFirst = true;
+            if (TqFindRegistryKeyAndOrValueName(kTqIAUserKey, &entry) != kTqSearchHit ||
+                entry.results.empty() || entry.results.front() == nullptr) {
+                return;
+            }
+            const TqRegistrySearchResult& hit = *entry.results.front();
+            if (hit.data == nullptr || hit.dataLength < kTqZelCheckSize) {
+                result = -tq::kBufferSizesDiffer;
+                throw std::length_error("Stored REG_BINARY data is of invalid size");
+            }
+            unsigned char record[kTqZelCheckSize];
+            std::memcpy(record, hit.data.get(), kTqZelCheckSize);
+            scrambleZelCheck(record);
+            std::memcpy(out, record, kTqZelCheckSize);
+            result = 1;
+        },
+        failureLineOf(kGetZelName),
+        [](const TqCaught&, int resultSoFar) noexcept {
+            return resultSoFar < 0 ? resultSoFar : -tq::kExceptionOccurred;
+        });
 }
 
 int TqSetZelKVRIAInformation(const processRecord* in) {
-    int result = 0;
-    try {
-        if (in == nullptr) {
-            result = tq::kInvalidArguments;
-            throw std::invalid_argument(kInvalidArguments);
-        }
-        TqUniqueRegKey key;
-        if (openUserKey(KEY_READ | KEY_WRITE, key) == ERROR_FILE_NOT_FOUND) {
-            createUserKey(key);
-        }
-        unsigned char record[kTqZelCheckSize];
-        std::memcpy(record, in, kTqZelCheckSize);
-        scrambleZelCheck(record);
-        const LSTATUS status = writeZelCheck(key.get(), record, sizeof record);
-        if (status != ERROR_SUCCESS) {
-            throw RegistryCallError("RegSetValueEx Failed", status);
-        }
-    } catch (...) {
-        result = positiveCodeOf(reportCurrentFailure(kSetZelName), result);
-    }
-    return result;
+    return TqGuard<int>(
+        [&](int& result) {
+            if (in == nullptr) {
+                result = tq::kInvalidArguments;
+                throw std::invalid_argument(kInvalidArguments);
+            }
+            TqUniqueRegKey key;
+            if (openUserKey(KEY_READ | KEY_WRITE, key) == ERROR_FILE_NOT_FOUND) {
+                createUserKey(key);
+            }
+            unsigned char record[kTqZelCheckSize];
+            std::memcpy(record, in, kTqZelCheckSize);
+            scrambleZelCheck(record);
+            const LSTATUS status = writeZelCheck(key.get(), record, sizeof record);
+            if (status != ERROR_SUCCESS) {
+                failRegistryCall("RegSetValueEx Failed", status);
+            }
+        },
+        failureLineOf(kSetZelName), positiveCodeOf);
 }
 
 int TqSetKVRIASpringCheck(bool enable) {
-    int result = 0;
     TqUniqueRegKey key;
-    bool wroteSwitchOff = false;
-    try {
-        const bool keyMissing = openUserKey(KEY_ALL_ACCESS, key) == ERROR_FILE_NOT_FOUND;
-        if (enable) {
-            // Nothing of the user's own exists where the key does not: the default applies.
-            if (!keyMissing) {
-                restoreDefault(key.get());
+    // A switch-off without its record could never be told apart from a stale one: until the
+    // record is stored too, a failure takes the switch-off back.
+    bool switchOffWithoutRecord = false;
+    const int outcome = TqGuard<int>(
+        [&](int& result) {
+            const bool keyMissing = openUserKey(KEY_ALL_ACCESS, key) == ERROR_FILE_NOT_FOUND;
+            if (enable) {
+                // Nothing of the user's own exists where the key does not: the default applies.
+                if (!keyMissing) {
+                    restoreDefault(key.get());
+                }
+                return;
             }
-            return result;
-        }
-        processRecord agent{};
-        const int found = TqIsProcessExecuting(kTqKVRAgentExecutable, true, &agent);
-        if (found <= 0) {
-            reportNotRunning(found);
-            return tq::kNotFound;
-        }
-        // Created only now, so that a refused switch leaves the registry as it was.
-        if (keyMissing) {
-            createUserKey(key);
-        }
-        const LSTATUS status = TqSetRegistryText(key.get(), kTqCardRemovalCheckValue, kSwitchedOff);
-        if (status != ERROR_SUCCESS) {
-            throw RegistryCallError("RegSetValueEx Failed", status);
-        }
-        wroteSwitchOff = true;
-        const int stored = TqSetZelKVRIAInformation(&agent);
-        if (stored != 0) {
-            result = stored;
-            throw std::runtime_error("TqSetZelKVRIAInformation failed.");
-        }
-    } catch (...) {
-        result = positiveCodeOf(reportCurrentFailure(kSetName), result);
-        // A switch-off without its record could never be told apart from a stale one.
-        if (wroteSwitchOff) {
-            const LSTATUS status = ::RegDeleteValueA(key.get(), kTqCardRemovalCheckValue);
+            processRecord agent{};
+            const int found = TqIsProcessExecuting(kTqKVRAgentExecutable, true, &agent);
+            if (found <= 0) {
+                reportNotRunning(found);
+                result = tq::kNotFound;
+                return;
+            }
+            // Created only now, so that a refused switch leaves the registry as it was.
+            if (keyMissing) {
+                createUserKey(key);
+            }
+            const LSTATUS status =
+                TqSetRegistryText(key.get(), kTqCardRemovalCheckValue, kSwitchedOff);
             if (status != ERROR_SUCCESS) {
-                std::cerr << kSetName << " : Failed to delete CardRemovalCheck key." << std::endl;
+                failRegistryCall("RegSetValueEx Failed", status);
             }
-        }
+            switchOffWithoutRecord = true;
+            const int stored = TqSetZelKVRIAInformation(&agent);
+            if (stored != 0) {
+                result = stored;
+                throw std::runtime_error("TqSetZelKVRIAInformation failed.");
+            }
+            switchOffWithoutRecord = false;
+        },
+        failureLineOf(kSetName), positiveCodeOf);
+    if (switchOffWithoutRecord) {
+        takeBackSwitchOff(key.get());
     }
-    return result;
+    return outcome;
 }

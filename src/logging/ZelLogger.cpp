@@ -1,5 +1,7 @@
 #include "ZelLogger.h"
 
+#include "base/TqFailureGuard.h"
+
 #include <cstdio>
 #include <iostream>
 #include <stdexcept>
@@ -53,32 +55,33 @@ void ZelLogger::SetFileName(const char* name) {
 
 void ZelLogger::Log(unsigned level, const std::string& tag, const std::string& function,
                     const std::string& message) noexcept {
-    try {
-        if (level < 1 || level > 127 || level == kLogEcho) {
-            return;
-        }
-        const unsigned fileLevel = level & ~static_cast<unsigned>(kLogEcho);
-        if (fileName_.empty() || (mask_ & level) != fileLevel) {
-            return;
-        }
-        if (!file_) {
-            std::cerr << "ZelLogger::Log : Log file '" << fileName_ << "' is not opened."
-                      << std::endl;
-        }
-        std::string line = "[" + getDateTime() + "][PID " + getCurrentThreadID() + "][" +
-                           levelName(fileLevel) + "] " + tag + (tag.empty() ? "" : "::") +
-                           function + " : " + message;
-        if ((level & kLogEcho) != 0) {
-            std::cout << line << std::endl;
-        }
-        if (fileLevel != 0 && fileLevel < 63 && file_) {
-            // The line end a text-mode stream writes on Windows.
-            line += "\r\n";
-            appendToFile(file_.get(), line);
-        }
-    } catch (...) {
-        // A log line is never worth an exception in the caller's process.
-    }
+    // A log line is never worth an exception in the caller's process.
+    TqGuard<int>(
+        [&](int&) {
+            if (level < 1 || level > 127 || level == kLogEcho) {
+                return;
+            }
+            const unsigned fileLevel = level & ~static_cast<unsigned>(kLogEcho);
+            if (fileName_.empty() || (mask_ & level) != fileLevel) {
+                return;
+            }
+            if (!file_) {
+                std::cerr << "ZelLogger::Log : Log file '" << fileName_ << "' is not opened."
+                          << std::endl;
+            }
+            std::string line = "[" + getDateTime() + "][PID " + getCurrentThreadID() + "][" +
+                               levelName(fileLevel) + "] " + tag + (tag.empty() ? "" : "::") +
+                               function + " : " + message;
+            if ((level & kLogEcho) != 0) {
+                std::cout << line << std::endl;
+            }
+            if (fileLevel != 0 && fileLevel < 63 && file_) {
+                // The line end a text-mode stream writes on Windows.
+                line += "\r\n";
+                appendToFile(file_.get(), line);
+            }
+        },
+        [](const TqCaught&) {}, [](const TqCaught&, int) noexcept { return 0; });
 }
 
 std::string ZelLogger::getDateTime() {
