@@ -4,6 +4,7 @@
 
 #include "host/TqFileVersion.h"
 #include "api/TqZelDLLPlatform.h"
+#include "base/TqUniqueResource.h"
 
 #include <cstdlib>
 
@@ -47,8 +48,8 @@ int SwitchEnrollmentMode(const char* applet, const char* logFile) {
 }
 
 void FreeStringData(char** data) {
-    if (data != nullptr && *data != nullptr) {
-        std::free(*data);
+    if (data != nullptr) {
+        const TqUniqueClientText released(*data);
         *data = nullptr;
     }
 }

@@ -13,6 +13,7 @@
 #include "base/TqFailureGuard.h"
 #include "base/TqOutputText.h"
 #include "base/TqResultCodes.h"
+#include "base/TqUniqueResource.h"
 #include "logging/TqWorkerFailure.h"
 
 #include <cstdlib>
@@ -53,9 +54,8 @@ int TqZelDLLPlatform::inFrame(const char* function, const char* logFile, char** 
         },
         [&](const TqCaught&, int resultSoFar) noexcept {
             if (textOut != nullptr) {
-                if (*textOut != textOnEntry) {
-                    std::free(*textOut);
-                }
+                // Text this call stored is released; what the caller passed in is not ours.
+                const TqUniqueClientText stored(*textOut != textOnEntry ? *textOut : nullptr);
                 *textOut = nullptr;
             }
             return resultSoFar != tq::kSuccess ? resultSoFar : tq::kExceptionOccurred;

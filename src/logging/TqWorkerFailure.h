@@ -12,18 +12,6 @@
 // Tag of the workers' log lines.
 inline constexpr const char* kTqWorkerTag = "TqZelPlatformMethods";
 
-// The text of the exception being handled, or nullptr for one that is not a std::exception.
-// Only valid inside a catch handler.
-inline const char* TqCurrentExceptionText() noexcept {
-    try {
-        throw;
-    } catch (const std::exception& error) {
-        return error.what();
-    } catch (...) {
-        return nullptr;
-    }
-}
-
 // How a worker reports an exception it caught: the ERROR line's text before the exception's
 // own, the text for an exception of no standard type, and the code when none was set yet.
 struct TqFailureStyle {
