@@ -1,14 +1,14 @@
 // Writing the JCOP 41 entries of the smart-card database, in both registry views of the prefix.
 #include "card/TqATRMiddleware.h"
 
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using ::testing::internal::CaptureStdout;
-using ::testing::internal::GetCapturedStdout;
+using zeltest::CapturedStdout;
 using zeltest::ScratchLogFile;
 
 const std::string kContact = kTqJcopContactKey;
@@ -78,9 +78,9 @@ protected:
     }
 
     int set(const char* middleware) {
-        CaptureStdout();
+        CapturedStdout output;
         const int result = TqSetATRMiddlewareDetection(middleware, log.path());
-        out = GetCapturedStdout();
+        out = output.text();
         return result;
     }
 
@@ -163,10 +163,10 @@ TEST_F(ATRMiddlewareSet, EntryThatCannotBeOpenedStopsTheSetWithoutRollback) {
 
 TEST_F(ATRMiddlewareSet, ExportReportsTheWorkerCode) {
     zeltest::PlatformDll dll;
-    CaptureStdout();
+    CapturedStdout ignoredOutput;
     EXPECT_EQ(0, dll.api().SetATRMiddlewareDetection("PIVMINIDRIVER", log.path()));
     EXPECT_EQ(14, dll.api().SetATRMiddlewareDetection("gemsafe", log.path()));
-    GetCapturedStdout();
+    ignoredOutput.end();
     expectAllEntries(0xFF);
     const auto bodies = log.bodies();
     ASSERT_FALSE(bodies.empty());

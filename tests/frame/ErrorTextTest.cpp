@@ -2,14 +2,14 @@
 
 #include <windows.h>
 
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::GetCapturedStderr;
+using zeltest::CapturedStderr;
 
 // The system's own text of a code, as FormatMessage gives it on this host.
 
@@ -22,9 +22,9 @@ TEST(LastErrorText, CarriesTheCodeAndTheSystemText) {
 }
 
 TEST(LastErrorText, ACodeWithoutSystemTextSaysSoAndReportsTheFailure) {
-    CaptureStderr();
+    CapturedStderr errors;
     const std::string text = TqGetLastErrorAsString(0x2BADC0DE);
-    const std::string diagnostics = GetCapturedStderr();
+    const std::string diagnostics = errors.text();
     EXPECT_EQ("(0x2badc0de) - NO MESSAGE FOR THIS ERROR CODE", text);
     // 0x13d: ERROR_MR_MID_NOT_FOUND, FormatMessage's own failure.
     EXPECT_EQ("TqGetLastErrorAsString : FormatMessage failed. - Error(0x13d).\n", diagnostics);

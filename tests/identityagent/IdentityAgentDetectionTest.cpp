@@ -9,6 +9,7 @@
 #include "identityagent/IdentityAgentFixture.h"
 #include "identityagent/TqIdentityAgent.h"
 #include "api/TqZelDLLPlatform.h"
+#include "support/CapturedStreams.h"
 #include "support/KitProcesses.h"
 
 #include <cstdlib>
@@ -23,11 +24,9 @@ using iatest::ExpectParsedDocument;
 using iatest::ExpectSpringCheck;
 using iatest::IdentityAgentRegistry;
 using iatest::MissingKey;
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::CaptureStdout;
-using ::testing::internal::GetCapturedStderr;
-using ::testing::internal::GetCapturedStdout;
 using zeltest::AgentStandIn;
+using zeltest::CapturedStderr;
+using zeltest::CapturedStdout;
 using zeltest::KitService;
 
 constexpr const char* kLimitedQueryOnly = "D:(A;;0x1000;;;WD)";
@@ -61,11 +60,11 @@ struct Detected {
 
 Detected detectWith(int (*detector)(IARecord*)) {
     Detected detected;
-    CaptureStdout();
-    CaptureStderr();
+    CapturedStdout output;
+    CapturedStderr errors;
     detected.result = detector(&detected.record);
-    detected.err = GetCapturedStderr();
-    detected.out = GetCapturedStdout();
+    detected.err = errors.text();
+    detected.out = output.text();
     return detected;
 }
 
@@ -88,11 +87,11 @@ Answer detectIdentityAgent(const char* logFile = nullptr) {
     Answer answer;
     TqZelDLLPlatform platform;
     char* text = nullptr;
-    CaptureStdout();
-    CaptureStderr();
+    CapturedStdout output;
+    CapturedStderr errors;
     answer.result = platform.detectIdentityAgent(&text, &answer.length, logFile);
-    answer.err = GetCapturedStderr();
-    answer.out = GetCapturedStdout();
+    answer.err = errors.text();
+    answer.out = output.text();
     if (text != nullptr) {
         answer.handedOut = true;
         answer.json = text;
@@ -281,12 +280,12 @@ TEST_F(IdentityAgentDetection, BTAgentInstalledButNotRunningGives0) {
 }
 
 TEST_F(IdentityAgentDetection, NullRecordIsRefused) {
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-1, TqDetectKVRIdentityAgent(nullptr));
     EXPECT_EQ(-1, TqDetectBTIdentityAgent(nullptr));
     EXPECT_EQ("TqDetectKVRIdentityAgent : Invalid argument(s) supplied.\n"
               "TqDetectBTIdentityAgent : Invalid argument(s) supplied.\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 // --- the document ----------------------------------------------------------------------------
@@ -356,10 +355,10 @@ TEST(IdentityAgentJSON, VersionsAreUnsignedDecimal) {
 
 TEST(IdentityAgentJSON, NullRecordGives23) {
     std::string json = "untouched";
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(23, TqDetectedIAtoJSONString(nullptr, json));
     EXPECT_EQ("TqDetectedIAtoJSONString Exception Occurred - Invalid argument(s) supplied.\n",
-              GetCapturedStderr());
+              errors.text());
     EXPECT_EQ("untouched", json);
 }
 
@@ -399,9 +398,9 @@ TEST_F(IdentityAgentDocument, SwitchedOffIsPendingUntilTheAgentRestarts) {
     installVessant();
     auto agent = std::make_unique<AgentStandIn>(kTqKVRAgentExecutable);
     ASSERT_TRUE(agent->running());
-    CaptureStderr();
+    CapturedStderr ignoredErrors;
     ASSERT_EQ(0, TqSetKVRIASpringCheck(false));
-    GetCapturedStderr();
+    ignoredErrors.end();
 
     Answer answer = detectIdentityAgent();
     expectDocument(answer, 1, "KVR", "2", "11", "off", "false", "true", "pending");
