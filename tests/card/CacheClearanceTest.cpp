@@ -74,8 +74,8 @@ protected:
     void SetUp() override { workstation.install(kInstalledAwp); }
 
     // Writes the card, selects the AGILE applet as the workstation's setting.
-    void insert(const CardState& state) {
-        card.emplace(state);
+    void insert(const CardState& state, zeltest::CallSite caller = zeltest::CallSite::current()) {
+        card.emplace(state, caller);
         selectMode(0);
     }
 
@@ -313,13 +313,15 @@ TEST_F(CardCheckWithoutMiddleware, FailedDetectionPassesItsOwnCodeOn) {
 
 class CacheClearOperations : public ::testing::Test {
 protected:
-    void insert(const CardState& state) {
-        card.emplace(state);
+    void insert(const CardState& state, zeltest::CallSite caller = zeltest::CallSite::current()) {
+        card.emplace(state, caller);
         selectMode(0);
     }
     // Runs the cache clear with a card whose session cannot be opened (the one in the reader
     // when state is null): 4 and no PIN presented. Answers the last log line.
-    std::string failedInit(const std::optional<CardState>& state) {
+    std::string failedInit(const std::optional<CardState>& state,
+                           zeltest::CallSite caller = zeltest::CallSite::current()) {
+        const zeltest::CallerTrace trace(caller);
         if (state) {
             insert(*state);
         }

@@ -75,7 +75,9 @@ protected:
     int clear(const char* pin = "1234") {
         return TqOTClearSeries8SmartCardCache(zeltest::kKitReader, pin, &cardData, log.path());
     }
-    void expectLogged(const char* worker, const std::string& message) {
+    void expectLogged(const char* worker, const std::string& message,
+                      zeltest::CallSite caller = zeltest::CallSite::current()) {
+        const zeltest::CallerTrace trace(caller);
         EXPECT_EQ(std::vector<std::string>{kWorkerLine + std::string(worker) + " : " + message},
                   log.bodies());
     }

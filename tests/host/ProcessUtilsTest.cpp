@@ -90,7 +90,9 @@ std::string userName() {
     return name;
 }
 
-void expectAccount(const Account& expected, const accountBlock& block) {
+void expectAccount(const Account& expected, const accountBlock& block,
+                   zeltest::CallSite caller = zeltest::CallSite::current()) {
+    const zeltest::CallerTrace trace(caller);
     EXPECT_FALSE(expected.name.empty());
     EXPECT_FALSE(expected.domain.empty());
     EXPECT_EQ(0u, expected.sid.rfind("S-1-5-", 0)) << expected.sid;
@@ -103,7 +105,10 @@ void expectAccount(const Account& expected, const accountBlock& block) {
 }
 
 // Every byte after the used part of a fixed field must be zero: the block was cleared first.
-template <std::size_t N> void expectZeroAfter(const char (&field)[N], std::size_t used) {
+template <std::size_t N>
+void expectZeroAfter(const char (&field)[N], std::size_t used,
+                     zeltest::CallSite caller = zeltest::CallSite::current()) {
+    const zeltest::CallerTrace trace(caller);
     for (std::size_t i = used; i < N; ++i) {
         ASSERT_EQ(0, field[i]) << "byte " << i;
     }

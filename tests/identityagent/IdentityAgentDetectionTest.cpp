@@ -106,7 +106,9 @@ Answer detectIdentityAgent(const char* logFile = nullptr) {
 void expectDocument(const Answer& answer, int result, const std::string& name,
                     const std::string& minVersion, const std::string& maxVersion,
                     const std::string& status, const std::string& locked, const std::string& zelSet,
-                    const std::string& hasRebooted) {
+                    const std::string& hasRebooted,
+                    zeltest::CallSite caller = zeltest::CallSite::current()) {
+    const zeltest::CallerTrace trace(caller);
     EXPECT_EQ(result, answer.result);
     ASSERT_TRUE(answer.handedOut);
     EXPECT_EQ(Document(name, minVersion, maxVersion, status, locked, zelSet, hasRebooted),
@@ -396,7 +398,8 @@ TEST_F(IdentityAgentDocument, UserSwitchedOffWithoutRecord) {
 
 TEST_F(IdentityAgentDocument, SwitchedOffIsPendingUntilTheAgentRestarts) {
     installVessant();
-    auto agent = std::make_unique<AgentStandIn>(kTqKVRAgentExecutable);
+    auto agent = std::make_unique<AgentStandIn>(kTqKVRAgentExecutable, nullptr,
+                                                zeltest::CallSite::current());
     ASSERT_TRUE(agent->running());
     CapturedStderr ignoredErrors;
     ASSERT_EQ(0, TqSetKVRIASpringCheck(false));
@@ -408,7 +411,8 @@ TEST_F(IdentityAgentDocument, SwitchedOffIsPendingUntilTheAgentRestarts) {
     EXPECT_EQ(MissingKey(kTqIAMachineKey32) + MissingKey(kTqIAPolicyKey), answer.err);
 
     ASSERT_TRUE(agent->Stop());
-    agent = std::make_unique<AgentStandIn>(kTqKVRAgentExecutable);
+    agent = std::make_unique<AgentStandIn>(kTqKVRAgentExecutable, nullptr,
+                                           zeltest::CallSite::current());
     ASSERT_TRUE(agent->running());
     answer = detectIdentityAgent();
     expectDocument(answer, 1, "KVR", "2", "11", "off", "false", "true", "true");

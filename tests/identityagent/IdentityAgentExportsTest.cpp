@@ -20,7 +20,9 @@ using zeltest::CapturedStdout;
 class IdentityAgentExports : public iatest::IdentityAgentRegistry {
 protected:
     // The document the DLL hands out, checked for its length and heap block on the way.
-    std::string detect(int expectedResult) {
+    std::string detect(int expectedResult,
+                       zeltest::CallSite caller = zeltest::CallSite::current()) {
+        const zeltest::CallerTrace trace(caller);
         char* text = reinterpret_cast<char*>(0xDEADBEEF);
         int length = -1;
         EXPECT_EQ(expectedResult, api.DetectIdentityAgent(&text, &length, log.path()));
