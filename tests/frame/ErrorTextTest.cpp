@@ -32,10 +32,11 @@ TEST(LastErrorText, ACodeWithoutSystemTextSaysSoAndReportsTheFailure) {
 
 TEST(SmartCardErrorText, KnownCodeReadsMessageAndCode) {
     EXPECT_EQ("The user - specified time - out value has expired. Error Code: (0x8010000a)",
-              TqGetSmartCardErrorText(0x8010000A));
-    EXPECT_EQ("No error was encountered. Error Code: (0x00000000)", TqGetSmartCardErrorText(0));
+              TqGetSmartCardErrorText(SCARD_E_TIMEOUT));
+    EXPECT_EQ("No error was encountered. Error Code: (0x00000000)",
+              TqGetSmartCardErrorText(SCARD_S_SUCCESS));
     EXPECT_EQ("The specified reader name is not recognized. Error Code: (0x80100009)",
-              TqGetSmartCardErrorText(0x80100009));
+              TqGetSmartCardErrorText(SCARD_E_UNKNOWN_READER));
 }
 
 TEST(SmartCardErrorText, UnknownCodeFallsBackToTheWindowsText) {
