@@ -1,6 +1,7 @@
 // Reading back which minidriver the JCOP 41 entries name.
 #include "card/TqATRMiddleware.h"
 
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 #include "support/Workstation.h"
 
@@ -10,8 +11,7 @@
 
 namespace {
 
-using ::testing::internal::CaptureStdout;
-using ::testing::internal::GetCapturedStdout;
+using zeltest::CapturedStdout;
 using zeltest::ScratchLogFile;
 
 const std::string kContact = kTqJcopContactKey;
@@ -32,9 +32,9 @@ protected:
     }
 
     static void setEntries(const char* middleware) {
-        CaptureStdout();
+        CapturedStdout ignoredOutput;
         ASSERT_EQ(0, TqSetATRMiddlewareDetection(middleware, nullptr));
-        GetCapturedStdout();
+        ignoredOutput.end();
     }
 
     static void setFirstAtrByte(const std::string& path, BYTE first) {
@@ -54,9 +54,9 @@ protected:
     Answer get() {
         Answer answer;
         char* word = nullptr;
-        CaptureStdout();
+        CapturedStdout output;
         answer.result = TqGetATRMiddlewareDetection(&word, &answer.length, log.path());
-        answer.out = GetCapturedStdout();
+        answer.out = output.text();
         if (word != nullptr) {
             answer.word = word;
             std::free(word);
@@ -156,10 +156,10 @@ TEST_F(ATRMiddlewareGet, EntryWithoutAtrIs21) {
 TEST_F(ATRMiddlewareGet, NullOutputsAre1AndNothingIsHandedOut) {
     char* word = nullptr;
     int length = -1;
-    CaptureStdout();
+    CapturedStdout ignoredOutput;
     EXPECT_EQ(1, TqGetATRMiddlewareDetection(&word, nullptr, log.path()));
     EXPECT_EQ(1, TqGetATRMiddlewareDetection(nullptr, &length, log.path()));
-    GetCapturedStdout();
+    ignoredOutput.end();
     EXPECT_EQ(nullptr, word);
     EXPECT_EQ(-1, length);
 }
@@ -173,9 +173,9 @@ TEST_F(ATRMiddlewareGet, ExportTreatsEveryNonZeroResultAsAFailureAndNullsTheAnsw
     EXPECT_EQ(32, dll.api().GetATRMiddlewareDetection(&word, &length, log.path()));
     EXPECT_EQ(nullptr, word);
     zeltest::DeleteKeyTree(HKEY_LOCAL_MACHINE, kContact, KEY_WOW64_64KEY);
-    CaptureStdout();
+    CapturedStdout ignoredOutput;
     EXPECT_EQ(19, dll.api().GetATRMiddlewareDetection(&word, &length, log.path()));
-    GetCapturedStdout();
+    ignoredOutput.end();
     EXPECT_EQ(nullptr, word);
     const auto bodies = log.bodies();
     ASSERT_GE(bodies.size(), 2u);

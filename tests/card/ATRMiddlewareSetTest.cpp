@@ -1,14 +1,15 @@
 // Writing the JCOP 41 entries of the smart-card database, in both registry views of the prefix.
 #include "card/TqATRMiddleware.h"
 
+#include "support/CapturedStreams.h"
+#include "support/CallerTrace.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using ::testing::internal::CaptureStdout;
-using ::testing::internal::GetCapturedStdout;
+using zeltest::CapturedStdout;
 using zeltest::ScratchLogFile;
 
 const std::string kContact = kTqJcopContactKey;
@@ -29,7 +30,9 @@ std::vector<BYTE> withFirst(BYTE first, const std::vector<BYTE>& tail) {
 
 // A string value the library writes without its NUL. Wine stores one anyway (Windows would keep
 // exactly the bytes given), so one trailing NUL is accepted beyond the written count.
-void expectTextWithoutTerminator(const zeltest::StoredValue& value, const std::string& text) {
+void expectTextWithoutTerminator(const zeltest::StoredValue& value, const std::string& text,
+                                 zeltest::CallSite caller = zeltest::CallSite::current()) {
+    const zeltest::CallerTrace trace(caller);
     ASSERT_TRUE(value.present);
     EXPECT_EQ(static_cast<DWORD>(REG_SZ), value.type);
     std::vector<BYTE> expected(text.begin(), text.end());
@@ -39,7 +42,9 @@ void expectTextWithoutTerminator(const zeltest::StoredValue& value, const std::s
     EXPECT_EQ(expected, value.data) << text;
 }
 
-void expectEntry(const std::string& path, REGSAM view, BYTE first, bool contactless) {
+void expectEntry(const std::string& path, REGSAM view, BYTE first, bool contactless,
+                 zeltest::CallSite caller = zeltest::CallSite::current()) {
+    const zeltest::CallerTrace trace(caller);
     SCOPED_TRACE(path + (view == KEY_WOW64_32KEY ? " (32-bit view)" : " (64-bit view)"));
     const auto value = [&](const char* name) {
         return zeltest::ReadValue(HKEY_LOCAL_MACHINE, path, name, view);
@@ -58,7 +63,8 @@ void expectEntry(const std::string& path, REGSAM view, BYTE first, bool contactl
                                 "Microsoft Smart Card Key Storage Provider");
 }
 
-void expectAllEntries(BYTE first) {
+void expectAllEntries(BYTE first, zeltest::CallSite caller = zeltest::CallSite::current()) {
+    const zeltest::CallerTrace trace(caller);
     for (REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
         expectEntry(kContact, view, first, false);
         expectEntry(kContactless, view, first, true);
@@ -78,9 +84,9 @@ protected:
     }
 
     int set(const char* middleware) {
-        CaptureStdout();
+        CapturedStdout output;
         const int result = TqSetATRMiddlewareDetection(middleware, log.path());
-        out = GetCapturedStdout();
+        out = output.text();
         return result;
     }
 
@@ -163,10 +169,10 @@ TEST_F(ATRMiddlewareSet, EntryThatCannotBeOpenedStopsTheSetWithoutRollback) {
 
 TEST_F(ATRMiddlewareSet, ExportReportsTheWorkerCode) {
     zeltest::PlatformDll dll;
-    CaptureStdout();
+    CapturedStdout ignoredOutput;
     EXPECT_EQ(0, dll.api().SetATRMiddlewareDetection("PIVMINIDRIVER", log.path()));
     EXPECT_EQ(14, dll.api().SetATRMiddlewareDetection("gemsafe", log.path()));
-    GetCapturedStdout();
+    ignoredOutput.end();
     expectAllEntries(0xFF);
     const auto bodies = log.bodies();
     ASSERT_FALSE(bodies.empty());

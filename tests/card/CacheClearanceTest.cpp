@@ -5,6 +5,7 @@
 #include "logging/ZelLogger.h"
 #include "api/TqZelDLLPlatform.h"
 
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 #include "support/VirtualCard.h"
 #include "support/Workstation.h"
@@ -73,17 +74,17 @@ protected:
     void SetUp() override { workstation.install(kInstalledAwp); }
 
     // Writes the card, selects the AGILE applet as the workstation's setting.
-    void insert(const CardState& state) {
-        card.emplace(state);
+    void insert(const CardState& state, zeltest::CallSite caller = zeltest::CallSite::current()) {
+        card.emplace(state, caller);
         selectMode(0);
     }
 
     int run(const char* reader = zeltest::kKitReader, const char* pin = "1234") {
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
+        zeltest::CapturedStdout output;
+        zeltest::CapturedStderr errors;
         const int result = TqOTS8SCardCheckAndCacheClear(reader, pin, log.path());
-        err = testing::internal::GetCapturedStderr();
-        out = testing::internal::GetCapturedStdout();
+        err = errors.text();
+        out = output.text();
         return result;
     }
 
@@ -285,18 +286,18 @@ protected:
 };
 
 TEST_F(CardCheckWithoutMiddleware, MissingMiddlewareAnswersThreeWithoutTouchingTheCard) {
-    testing::internal::CaptureStdout();
+    zeltest::CapturedStdout output;
     EXPECT_EQ(3, TqOTS8SCardCheckAndCacheClear(zeltest::kKitReader, "1234", log.path()));
     EXPECT_EQ("TqOTS8SCardCheckAndCacheClear : Oberthur Middleware is not installed.\n",
-              testing::internal::GetCapturedStdout());
+              output.text());
     EXPECT_TRUE(zeltest::ReadCardState().events.empty());
 }
 
 TEST_F(CardCheckWithoutMiddleware, FailedDetectionPassesItsOwnCodeOn) {
     zeltest::DeniedKey denied(HKEY_LOCAL_MACHINE, zeltest::kUninstallKey, KEY_WOW64_64KEY);
-    testing::internal::CaptureStderr();
+    zeltest::CapturedStderr errors;
     const int result = TqOTS8SCardCheckAndCacheClear(zeltest::kKitReader, "1234", log.path());
-    const std::string err = testing::internal::GetCapturedStderr();
+    const std::string err = errors.text();
     EXPECT_EQ(-4, result);
     // The registry search says first what it could not open; the sequence's line comes last.
     const std::string line = "TqOTS8SCardCheckAndCacheClear : An error occurred whilst "
@@ -312,13 +313,15 @@ TEST_F(CardCheckWithoutMiddleware, FailedDetectionPassesItsOwnCodeOn) {
 
 class CacheClearOperations : public ::testing::Test {
 protected:
-    void insert(const CardState& state) {
-        card.emplace(state);
+    void insert(const CardState& state, zeltest::CallSite caller = zeltest::CallSite::current()) {
+        card.emplace(state, caller);
         selectMode(0);
     }
     // Runs the cache clear with a card whose session cannot be opened (the one in the reader
     // when state is null): 4 and no PIN presented. Answers the last log line.
-    std::string failedInit(const std::optional<CardState>& state) {
+    std::string failedInit(const std::optional<CardState>& state,
+                           zeltest::CallSite caller = zeltest::CallSite::current()) {
+        const zeltest::CallerTrace trace(caller);
         if (state) {
             insert(*state);
         }
@@ -410,10 +413,10 @@ protected:
 
 TEST_F(CardCheckOperation, ResetAndValidIsAnAnswerNotAFailure) {
     insert(refreshingCard(1));
-    testing::internal::CaptureStdout();
+    zeltest::CapturedStdout ignoredOutput;
     EXPECT_EQ(
         2, platform.OberthurSeries8CardCheckAndCacheClear(zeltest::kKitReader, "1234", log.path()));
-    testing::internal::GetCapturedStdout();
+    ignoredOutput.end();
     const auto bodies = log.bodies();
     ASSERT_FALSE(bodies.empty());
     EXPECT_EQ("[INFO] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : Entered",
@@ -426,10 +429,10 @@ TEST_F(CardCheckOperation, ResetAndValidIsAnAnswerNotAFailure) {
 
 TEST_F(CardCheckOperation, FailedStepIsTheOperationsFailure) {
     insert(invalidCard());
-    testing::internal::CaptureStdout();
+    zeltest::CapturedStdout ignoredOutput;
     EXPECT_EQ(-4, platform.OberthurSeries8CardCheckAndCacheClear(zeltest::kKitReader, "0000",
                                                                  log.path()));
-    testing::internal::GetCapturedStdout();
+    ignoredOutput.end();
     EXPECT_EQ("[ERROR] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : "
               "TqOTS8SCardCheckAndCacheClear failed. Error Code: (0x00000004) Internal error.",
               log.bodies().back());

@@ -3,6 +3,7 @@
 #include "card/TqKeyContainerValidation.h"
 #include "base/TqErrorText.h"
 
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 #include "support/VirtualCard.h"
 
@@ -24,9 +25,9 @@ constexpr DWORD kNoMoreItems = ERROR_NO_MORE_ITEMS;
 // The system's text of a code, and whatever producing it wrote to standard error (Wine has no
 // message for some smart-card codes).
 std::string systemText(DWORD code) {
-    testing::internal::CaptureStderr();
+    zeltest::CapturedStderr errors;
     const std::string text = TqGetLastErrorAsString(code);
-    const std::string err = testing::internal::GetCapturedStderr();
+    const std::string err = errors.text();
     return err + "\x01" + text;
 }
 std::string textOnly(const std::string& both) {
@@ -44,9 +45,9 @@ class ContainerEnumeration : public ::testing::Test {
 protected:
     std::uint32_t enumerate(const char* reader, const char* provider = kTqBaseSmartCardCsp) {
         context.readerName = reader != nullptr ? reader : "";
-        testing::internal::CaptureStderr();
+        zeltest::CapturedStderr errors;
         const std::uint32_t result = TqEnumSmartCardKeyContainers(reader, provider, context);
-        err = testing::internal::GetCapturedStderr();
+        err = errors.text();
         return result;
     }
     TqEnumerationContext context;
@@ -145,10 +146,10 @@ TEST_F(ContainerEnumeration, ContainerThatCannotBeOpenedGetsNoRecordAndTheCheckG
     zeltest::VirtualCard card(twoAppletCard());
     context.readerName = zeltest::kKitReader;
     const std::string text = systemText(NTE_BAD_KEYSET);
-    testing::internal::CaptureStderr();
+    zeltest::CapturedStderr errors;
     EXPECT_EQ(0, checkKeyContainerContent("ORBEN_CCCA compat", context)); // other applet
     EXPECT_EQ(noteOnly(text) + "checkKeyContainerContent : " + textOnly(text) + "\n",
-              testing::internal::GetCapturedStderr());
+              errors.text());
     EXPECT_TRUE(context.containers.empty());
     EXPECT_EQ(0, checkKeyContainerContent("ORBEN_AUTH agile", context));
     ASSERT_EQ(1u, context.containers.size());
@@ -166,9 +167,9 @@ TEST_F(ContainerEnumeration, NullContainerNameStopsTheCheck) {
 class OberthurContent : public ::testing::Test {
 protected:
     int check(const char* reader) {
-        testing::internal::CaptureStderr();
+        zeltest::CapturedStderr errors;
         const int result = TqOTSmartCardValidContent(reader, &records, log.path());
-        err = testing::internal::GetCapturedStderr();
+        err = errors.text();
         return result;
     }
     DWORD storedMode() {

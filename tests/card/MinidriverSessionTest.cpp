@@ -19,7 +19,6 @@ using zelkit::CardState;
 using zeltest::ScratchLogFile;
 
 constexpr const char* kWorkerLine = "[ERROR] TqZelPlatformMethods::";
-constexpr DWORD kReadOnlyCard = 0x80100034; // not among mingw-w64's smart-card codes
 
 std::string lower(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
@@ -75,7 +74,9 @@ protected:
     int clear(const char* pin = "1234") {
         return TqOTClearSeries8SmartCardCache(zeltest::kKitReader, pin, &cardData, log.path());
     }
-    void expectLogged(const char* worker, const std::string& message) {
+    void expectLogged(const char* worker, const std::string& message,
+                      zeltest::CallSite caller = zeltest::CallSite::current()) {
+        const zeltest::CallerTrace trace(caller);
         EXPECT_EQ(std::vector<std::string>{kWorkerLine + std::string(worker) + " : " + message},
                   log.bodies());
     }
@@ -431,7 +432,7 @@ TEST_F(CacheClear, ReadOnlyCardFailsTheWrite) {
     CardState state = zeltest::OberthurCardState();
     state.readOnly = true;
     start(state);
-    EXPECT_EQ(asResult(kReadOnlyCard), clear());
+    EXPECT_EQ(asResult(SCARD_E_READ_ONLY_CARD), clear());
     expectLogged("TqOTClearSeries8SmartCardCache",
                  "Exception occurred: CardWriteFile failed. Error Code: The smart card is read - "
                  "only and cannot be written to. Error Code: (0x80100034)");

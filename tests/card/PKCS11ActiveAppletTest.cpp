@@ -4,6 +4,7 @@
 #include "card/TqPKCS11Environment.h"
 #include "api/TqZelDLLPlatform.h"
 
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -56,9 +57,9 @@ protected:
 
     // Runs the worker and keeps what it wrote to standard error.
     CK_RV run(const char* applet) {
-        testing::internal::CaptureStderr();
+        zeltest::CapturedStderr errors;
         const CK_RV result = TqPKCS11SetActiveApplet(applet, log.path());
-        err = testing::internal::GetCapturedStderr();
+        err = errors.text();
         return result;
     }
 
@@ -93,9 +94,9 @@ TEST_F(PKCS11ActiveApplet, NullAppletIs7WithTheEnvironmentEnabledAndTheModuleUnt
 TEST_F(PKCS11ActiveApplet, DisabledEnvironmentAnswers400ForEveryWordKnownOrNot) {
     for (const char* applet : {"AGILE", "COMPATIBILITY", "AGIL", "bogus", ""}) {
         ScratchLogFile wordLog;
-        testing::internal::CaptureStderr();
+        zeltest::CapturedStderr errors;
         EXPECT_EQ(0x190u, TqPKCS11SetActiveApplet(applet, wordLog.path())) << applet;
-        EXPECT_EQ(stderrLine(kNotEnabled), testing::internal::GetCapturedStderr()) << applet;
+        EXPECT_EQ(stderrLine(kNotEnabled), errors.text()) << applet;
         EXPECT_EQ(failureLines(kNotEnabled), wordLog.bodies()) << applet;
     }
 }
@@ -294,9 +295,9 @@ TEST_F(PKCS11ActiveApplet, PlatformRouteSwitchesThroughTheModule) {
 TEST_F(PKCS11ActiveApplet, PlatformRouteFailureTextCarriesTheReturnValueName) {
     PKCS11Provider provider;
     TqZelDLLPlatform platform;
-    testing::internal::CaptureStderr();
+    zeltest::CapturedStderr errors;
     EXPECT_EQ(400, platform.setEnrollmentMode(&provider, "AGILE", log.path()));
-    EXPECT_EQ(stderrLine(kNotEnabled), testing::internal::GetCapturedStderr());
+    EXPECT_EQ(stderrLine(kNotEnabled), errors.text());
     EXPECT_EQ((std::vector<std::string>{
                   "[INFO] " + kFrame + "Entered", "[INFO] " + kWorker + "Entered",
                   "[ERROR] " + kWorker + kNotEnabled,
@@ -310,9 +311,9 @@ TEST_F(PKCS11ActiveApplet, PlatformRouteUnknownWordIs7WithItsNames) {
     loadKit();
     PKCS11Provider provider;
     TqZelDLLPlatform platform;
-    testing::internal::CaptureStderr();
+    zeltest::CapturedStderr ignoredErrors;
     EXPECT_EQ(7, platform.setEnrollmentMode(&provider, "agile", log.path()));
-    testing::internal::GetCapturedStderr();
+    ignoredErrors.end();
     const auto bodies = log.bodies();
     ASSERT_FALSE(bodies.empty());
     EXPECT_EQ("[ERROR] " + kFrame +
@@ -326,10 +327,10 @@ TEST_F(PKCS11ActiveApplet, PlatformRouteVendorCodeIsReturnedAsItsSignedValue) {
     setKit("C_Finalize result", 0x800003EB);
     PKCS11Provider provider;
     TqZelDLLPlatform platform;
-    testing::internal::CaptureStderr();
+    zeltest::CapturedStderr ignoredErrors;
     EXPECT_EQ(static_cast<int>(0x800003EBu),
               platform.setEnrollmentMode(&provider, "AGILE", log.path()));
-    testing::internal::GetCapturedStderr();
+    ignoredErrors.end();
     const auto bodies = log.bodies();
     ASSERT_FALSE(bodies.empty());
     // The common text looks the code up by its absolute value, as for every operation.
@@ -352,10 +353,10 @@ TEST_F(PKCS11ActiveApplet, ANonStandardExceptionLeavesTheWorker) {
     module.functionList = &list;
     TqPKCS11Env().module = &module;
     TqPKCS11Env().enabled = true;
-    testing::internal::CaptureStderr();
+    zeltest::CapturedStderr errors;
     EXPECT_THROW(TqPKCS11SetActiveApplet("AGILE", log.path()), int);
     TqPKCS11Env() = TqPKCS11Environment{};
-    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     EXPECT_EQ(std::vector<std::string>{"[INFO] " + kWorker + "Entered"}, log.bodies());
 }
 
@@ -368,11 +369,11 @@ TEST_F(PKCS11ActiveApplet, PlatformRouteTurnsANonStandardExceptionInto23) {
     TqPKCS11Env().enabled = true;
     PKCS11Provider provider;
     TqZelDLLPlatform platform;
-    testing::internal::CaptureStderr();
+    zeltest::CapturedStderr errors;
     const int result = platform.setEnrollmentMode(&provider, "AGILE", log.path());
     TqPKCS11Env() = TqPKCS11Environment{};
     EXPECT_EQ(23, result);
-    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     EXPECT_EQ(
         (std::vector<std::string>{"[INFO] " + kFrame + "Entered", "[INFO] " + kWorker + "Entered",
                                   "[ERROR] " + kFrame + "Unexpected Error occurred"}),
@@ -382,9 +383,9 @@ TEST_F(PKCS11ActiveApplet, PlatformRouteTurnsANonStandardExceptionInto23) {
 TEST_F(PKCS11ActiveApplet, PlatformRouteRefusesANullAppletBeforeTheWorker) {
     PKCS11Provider provider;
     TqZelDLLPlatform platform;
-    testing::internal::CaptureStderr();
+    zeltest::CapturedStderr errors;
     EXPECT_EQ(1, platform.setEnrollmentMode(&provider, nullptr, log.path()));
-    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     EXPECT_EQ(std::vector<std::string>{"[ERROR] " + kFrame + "applet Argument is invalid"},
               log.bodies());
 }

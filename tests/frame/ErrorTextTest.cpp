@@ -2,14 +2,14 @@
 
 #include <windows.h>
 
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::GetCapturedStderr;
+using zeltest::CapturedStderr;
 
 // The system's own text of a code, as FormatMessage gives it on this host.
 
@@ -22,9 +22,9 @@ TEST(LastErrorText, CarriesTheCodeAndTheSystemText) {
 }
 
 TEST(LastErrorText, ACodeWithoutSystemTextSaysSoAndReportsTheFailure) {
-    CaptureStderr();
+    CapturedStderr errors;
     const std::string text = TqGetLastErrorAsString(0x2BADC0DE);
-    const std::string diagnostics = GetCapturedStderr();
+    const std::string diagnostics = errors.text();
     EXPECT_EQ("(0x2badc0de) - NO MESSAGE FOR THIS ERROR CODE", text);
     // 0x13d: ERROR_MR_MID_NOT_FOUND, FormatMessage's own failure.
     EXPECT_EQ("TqGetLastErrorAsString : FormatMessage failed. - Error(0x13d).\n", diagnostics);
@@ -32,10 +32,11 @@ TEST(LastErrorText, ACodeWithoutSystemTextSaysSoAndReportsTheFailure) {
 
 TEST(SmartCardErrorText, KnownCodeReadsMessageAndCode) {
     EXPECT_EQ("The user - specified time - out value has expired. Error Code: (0x8010000a)",
-              TqGetSmartCardErrorText(0x8010000A));
-    EXPECT_EQ("No error was encountered. Error Code: (0x00000000)", TqGetSmartCardErrorText(0));
+              TqGetSmartCardErrorText(SCARD_E_TIMEOUT));
+    EXPECT_EQ("No error was encountered. Error Code: (0x00000000)",
+              TqGetSmartCardErrorText(SCARD_S_SUCCESS));
     EXPECT_EQ("The specified reader name is not recognized. Error Code: (0x80100009)",
-              TqGetSmartCardErrorText(0x80100009));
+              TqGetSmartCardErrorText(SCARD_E_UNKNOWN_READER));
 }
 
 TEST(SmartCardErrorText, UnknownCodeFallsBackToTheWindowsText) {

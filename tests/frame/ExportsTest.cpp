@@ -1,5 +1,6 @@
 // The exports as a client sees them: the built DLL loaded with LoadLibraryA.
 #include "card/TqEnrollmentMode.h"
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -190,7 +191,7 @@ TEST_F(Exports, LogFileStaysSetForLaterCallsWithoutOne) {
 
 TEST_F(Exports, LogFileThatCannotBeOpenedDoesNotStopTheAnswer) {
     ASSERT_EQ(0, api.SwitchEnrollmentMode("COMPATIBILITY", nullptr));
-    ::testing::internal::CaptureStderr();
+    zeltest::CapturedStderr errors;
     char* mode = nullptr;
     int length = 0;
     EXPECT_EQ(0, api.GetEnrollmentMode(&mode, &length, "C:\\no\\such\\folder\\zel.log"));
@@ -198,7 +199,7 @@ TEST_F(Exports, LogFileThatCannotBeOpenedDoesNotStopTheAnswer) {
     // the second try is no repeat of the same name. The message has no line end of its own.
     const std::string failed =
         "ZelLogger::SetFileName : Failed to open log file 'C:\\no\\such\\folder\\zel.log'";
-    EXPECT_EQ(failed + failed, ::testing::internal::GetCapturedStderr());
+    EXPECT_EQ(failed + failed, errors.text());
     EXPECT_STREQ("COMPATIBILITY", mode);
     api.FreeStringData(&mode);
 }

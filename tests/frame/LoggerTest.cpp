@@ -1,5 +1,6 @@
 #include "logging/ZelLogger.h"
 
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -12,20 +13,18 @@
 
 namespace {
 
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::CaptureStdout;
-using ::testing::internal::GetCapturedStderr;
-using ::testing::internal::GetCapturedStdout;
+using zeltest::CapturedStderr;
+using zeltest::CapturedStdout;
 using zeltest::ScratchLogFile;
 
 TEST(ZelLogger, WritesNothingBeforeAFileIsSet) {
     ZelLogger logger;
-    CaptureStdout();
-    CaptureStderr();
+    CapturedStdout output;
+    CapturedStderr errors;
     logger.Log(kLogError, "Tag", "Function", "message");
     logger.Log(kLogError | kLogEcho, "Tag", "Function", "message");
-    EXPECT_EQ("", GetCapturedStderr());
-    EXPECT_EQ("", GetCapturedStdout());
+    EXPECT_EQ("", errors.text());
+    EXPECT_EQ("", output.text());
     EXPECT_EQ("", logger.fileName());
 }
 
@@ -113,12 +112,12 @@ TEST(ZelLogger, LevelsOutsideTheRangeAndTheBareEchoBitWriteNothing) {
     ScratchLogFile log;
     ZelLogger logger;
     logger.SetFileName(log.path());
-    CaptureStdout();
+    CapturedStdout output;
     logger.Log(0, "T", "F", "zero");
     logger.Log(64, "T", "F", "echo only");
     logger.Log(128, "T", "F", "too high");
     logger.Log(0xFFFFFFFFu, "T", "F", "all bits");
-    EXPECT_EQ("", GetCapturedStdout());
+    EXPECT_EQ("", output.text());
     EXPECT_EQ("", log.contents());
 }
 
@@ -136,9 +135,9 @@ TEST(ZelLogger, EchoBitAlsoWritesTheLineToStandardOutput) {
     ScratchLogFile log;
     ZelLogger logger;
     logger.SetFileName(log.path());
-    CaptureStdout();
+    CapturedStdout output;
     logger.Log(kLogError | kLogEcho, "T", "F", "echoed");
-    const std::string out = GetCapturedStdout();
+    const std::string out = output.text();
     EXPECT_EQ(std::vector<std::string>{"[ERROR] T::F : echoed"}, log.bodies());
     std::string fileLine = log.contents();
     ASSERT_FALSE(fileLine.empty());
@@ -159,14 +158,14 @@ TEST(ZelLogger, NullFileNameIsRefused) {
 
 TEST(ZelLogger, FileThatCannotBeOpenedIsReportedAndLaterLinesAreDropped) {
     ZelLogger logger;
-    CaptureStderr();
+    CapturedStderr openErrors;
     logger.SetFileName("C:\\no\\such\\folder\\zel.log");
     EXPECT_EQ("ZelLogger::SetFileName : Failed to open log file 'C:\\no\\such\\folder\\zel.log'",
-              GetCapturedStderr());
+              openErrors.text());
     EXPECT_EQ("", logger.fileName());
-    CaptureStderr();
+    CapturedStderr droppedLineErrors;
     logger.Log(kLogError, "T", "F", "dropped");
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", droppedLineErrors.text());
 }
 
 TEST(ZelLogger, FileIsAppendedToNotTruncated) {

@@ -3,6 +3,7 @@
 
 #include "card/TqEnrollmentMode.h"
 #include "logging/ZelLogger.h"
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 #include "support/Workstation.h"
 
@@ -209,9 +210,9 @@ TEST_F(PlatformFrame, NullAppletIsRefused) {
 TEST_F(PlatformFrame, PKCS11RouteOfTheSwitchLeavesTheRegistryAlone) {
     // No PKCS#11 module is loaded here: the route fails with the module's "not initialized".
     TestProvider provider(1, TestProvider::Read::kText);
-    testing::internal::CaptureStderr();
+    zeltest::CapturedStderr ignoredErrors;
     EXPECT_EQ(400, platform.setEnrollmentMode(&provider, "AGILE", log.path()));
-    testing::internal::GetCapturedStderr();
+    ignoredErrors.end();
     EXPECT_FALSE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqEnrollmentKey));
     const auto bodies = log.bodies();
     ASSERT_FALSE(bodies.empty());
@@ -234,10 +235,10 @@ TEST_F(PlatformFrame, CardCheckWithoutReaderFailsWithTheSequencesCode) {
 
 TEST_F(PlatformFrame, CardCheckAnswerOfThreeIsNoFailure) {
     zeltest::Workstation workstation; // no OT middleware installed
-    testing::internal::CaptureStdout();
+    zeltest::CapturedStdout output;
     EXPECT_EQ(3, platform.OberthurSeries8CardCheckAndCacheClear("Reader 0", "1234", log.path()));
     EXPECT_EQ("TqOTS8SCardCheckAndCacheClear : Oberthur Middleware is not installed.\n",
-              testing::internal::GetCapturedStdout());
+              output.text());
     const auto bodies = log.bodies();
     ASSERT_FALSE(bodies.empty());
     EXPECT_EQ("[INFO] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : Entered",

@@ -1,5 +1,7 @@
 #include "base/TqResultCodes.h"
 
+#include <windows.h>
+
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -137,13 +139,13 @@ TEST(PKCS11ReturnValueText, ValuesWithoutANameAreVendorDefinedOrUnknown) {
 }
 
 TEST(SmartCardMessage, KnownCodesKeepTheirOwnSpelling) {
-    EXPECT_STREQ("No error was encountered.", TqGetSmartCardMessage(0));
+    EXPECT_STREQ("No error was encountered.", TqGetSmartCardMessage(SCARD_S_SUCCESS));
     EXPECT_STREQ("The user - specified time - out value has expired.",
-                 TqGetSmartCardMessage(0x8010000A));
+                 TqGetSmartCardMessage(SCARD_E_TIMEOUT));
     EXPECT_STREQ("Not enough memory available to complete this command",
-                 TqGetSmartCardMessage(0x80100006));
+                 TqGetSmartCardMessage(SCARD_E_NO_MEMORY));
     EXPECT_STREQ("The requested item could not be found in the cache.",
-                 TqGetSmartCardMessage(0x80100070));
+                 TqGetSmartCardMessage(SCARD_W_CACHE_ITEM_NOT_FOUND));
     EXPECT_STREQ("Potential hardware redirection detected. Certain Smart Card API options will "
                  "not be available.",
                  TqGetSmartCardMessage(0x80190074));
@@ -157,19 +159,42 @@ TEST(SmartCardMessage, CodesWithoutARowHaveNoMessage) {
 
 TEST(FileVersionErrorMapping, EveryRowMapsToItsCode) {
     const struct {
-        std::uint32_t windowsError;
+        HRESULT windowsError; // the SDK's smart-card and key-set codes are HRESULTs
         int code;
     } rows[] = {
-        {2, 11},          {3, 11},          {259, 58},        {0x8009000D, 26}, {0x80090016, 11},
-        {0x80100011, 4},  {0x80100013, 56}, {0x80100014, 4},  {0x80100017, 61}, {0x8010001A, 14},
-        {0x8010001C, 14}, {0x80100022, 14}, {0x80100023, 11}, {0x80100024, 11}, {0x80100027, 16},
-        {0x8010002A, 16}, {0x8010002C, 15}, {0x80100030, 15}, {0x8010002D, 61}, {0x8010002E, 61},
-        {0x8010002F, 56}, {0x80100034, 62}, {0x80100065, 14}, {0x80100066, 63}, {0x80100067, 63},
-        {0x80100068, 63}, {0x8010006C, 27}, {0x8010006E, 52},
+        {2, 11},
+        {3, 11},
+        {259, 58},
+        {NTE_NO_KEY, 26},
+        {NTE_BAD_KEYSET, 11},
+        {SCARD_E_INVALID_VALUE, 4},
+        {SCARD_F_COMM_ERROR, 56},
+        {SCARD_F_UNKNOWN_ERROR, 4},
+        {SCARD_E_READER_UNAVAILABLE, 61},
+        {SCARD_E_READER_UNSUPPORTED, 14},
+        {SCARD_E_CARD_UNSUPPORTED, 14},
+        {SCARD_E_UNSUPPORTED_FEATURE, 14},
+        {SCARD_E_DIR_NOT_FOUND, 11},
+        {SCARD_E_FILE_NOT_FOUND, 11},
+        {SCARD_E_NO_ACCESS, 16},
+        {SCARD_E_INVALID_CHV, 16},
+        {SCARD_E_NO_SUCH_CERTIFICATE, 15},
+        {SCARD_E_NO_KEY_CONTAINER, 15},
+        {SCARD_E_CERTIFICATE_UNAVAILABLE, 61},
+        {SCARD_E_NO_READERS_AVAILABLE, 61},
+        {SCARD_E_COMM_DATA_LOST, 56},
+        {SCARD_E_READ_ONLY_CARD, 62},
+        {SCARD_W_UNSUPPORTED_CARD, 14},
+        {SCARD_W_UNRESPONSIVE_CARD, 63},
+        {SCARD_W_UNPOWERED_CARD, 63},
+        {SCARD_W_RESET_CARD, 63},
+        {SCARD_W_CHV_BLOCKED, 27},
+        {SCARD_W_CANCELLED_BY_USER, 52},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(row.code, TqMapFileVersionError(row.windowsError))
-            << std::hex << "0x" << row.windowsError;
+        const auto windowsError = static_cast<std::uint32_t>(row.windowsError);
+        EXPECT_EQ(row.code, TqMapFileVersionError(windowsError))
+            << std::hex << "0x" << windowsError;
     }
 }
 
@@ -178,7 +203,7 @@ TEST(FileVersionErrorMapping, EveryOtherErrorIsAnInternalError) {
     EXPECT_EQ(4, TqMapFileVersionError(5));
     EXPECT_EQ(4, TqMapFileVersionError(1812));
     EXPECT_EQ(4, TqMapFileVersionError(1813));
-    EXPECT_EQ(4, TqMapFileVersionError(0x8010002B));
+    EXPECT_EQ(4, TqMapFileVersionError(SCARD_E_UNKNOWN_RES_MNG));
     EXPECT_EQ(4, TqMapFileVersionError(0xFFFFFFFF));
 }
 

@@ -8,6 +8,7 @@
 // name whose token the caller may not read is skipped when sameUserOnly is set.
 #include "host/TqProcessSeam.h"
 #include "host/TqProcessUtils.h"
+#include "support/CapturedStreams.h"
 #include "support/KitProcesses.h"
 #include "support/TestSupport.h"
 
@@ -22,9 +23,8 @@
 
 namespace {
 
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::GetCapturedStderr;
 using zeltest::AgentStandIn;
+using zeltest::CapturedStderr;
 using zeltest::KitService;
 
 constexpr const char* kAgentName = "IdentityAgent.exe";
@@ -90,7 +90,9 @@ std::string userName() {
     return name;
 }
 
-void expectAccount(const Account& expected, const accountBlock& block) {
+void expectAccount(const Account& expected, const accountBlock& block,
+                   zeltest::CallSite caller = zeltest::CallSite::current()) {
+    const zeltest::CallerTrace trace(caller);
     EXPECT_FALSE(expected.name.empty());
     EXPECT_FALSE(expected.domain.empty());
     EXPECT_EQ(0u, expected.sid.rfind("S-1-5-", 0)) << expected.sid;
@@ -103,7 +105,10 @@ void expectAccount(const Account& expected, const accountBlock& block) {
 }
 
 // Every byte after the used part of a fixed field must be zero: the block was cleared first.
-template <std::size_t N> void expectZeroAfter(const char (&field)[N], std::size_t used) {
+template <std::size_t N>
+void expectZeroAfter(const char (&field)[N], std::size_t used,
+                     zeltest::CallSite caller = zeltest::CallSite::current()) {
+    const zeltest::CallerTrace trace(caller);
     for (std::size_t i = used; i < N; ++i) {
         ASSERT_EQ(0, field[i]) << "byte " << i;
     }
@@ -179,9 +184,9 @@ TEST(ProcessSIDInfo, FillsTheAccountOfTheProcessUser) {
     accountBlock block;
     std::memset(&block, kSentinel, sizeof block);
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(0, TqGetProcessSIDInfo(agent.processId(), &block));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
 
     const Account expected = accountOf(agent.process());
     expectAccount(expected, block);
@@ -197,11 +202,11 @@ TEST(ProcessSIDInfo, ProcessWhoseTokenMayNotBeReadGivesAccessDenied) {
     accountBlock block;
     std::memset(&block, kSentinel, sizeof block);
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-16, TqGetProcessSIDInfo(agent.processId(), &block));
     EXPECT_EQ("TqGetProcessSIDInfo : OpenProcess Failed for Process ID " +
                   std::to_string(agent.processId()) + ". Error Code (0x00000005)\n",
-              GetCapturedStderr());
+              errors.text());
     EXPECT_TRUE(allZero(&block, sizeof block));
 }
 
@@ -210,11 +215,11 @@ TEST(ProcessSIDInfo, EndedProcessIsAFailedSystemCall) {
     accountBlock block;
     std::memset(&block, kSentinel, sizeof block);
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-4, TqGetProcessSIDInfo(id, &block));
     EXPECT_EQ("TqGetProcessSIDInfo : OpenProcess Failed for Process ID " + std::to_string(id) +
                   ". Error Code (0x00000057)\n",
-              GetCapturedStderr());
+              errors.text());
     EXPECT_TRUE(allZero(&block, sizeof block));
 }
 
@@ -239,9 +244,9 @@ TEST(ProcessSIDInfo, FailedTokenReadIsStep1ForTheSizeAndForTheData) {
         accountBlock block;
         std::memset(&block, kSentinel, sizeof block);
         gTqTokenReadHook = reader;
-        CaptureStderr();
+        CapturedStderr errors;
         const int result = TqGetProcessSIDInfo(::GetCurrentProcessId(), &block);
-        const std::string err = GetCapturedStderr();
+        const std::string err = errors.text();
         gTqTokenReadHook = nullptr;
         EXPECT_EQ(-4, result);
         EXPECT_EQ("TqGetProcessSIDInfo : GetTokenInformation failed(1) - (0x00000008) - " +
@@ -252,9 +257,9 @@ TEST(ProcessSIDInfo, FailedTokenReadIsStep1ForTheSizeAndForTheData) {
 }
 
 TEST(ProcessSIDInfo, NullOutputIsRejected) {
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-1, TqGetProcessSIDInfo(::GetCurrentProcessId(), nullptr));
-    EXPECT_EQ("TqGetProcessSIDInfo : Process Handle is invalid.\n", GetCapturedStderr());
+    EXPECT_EQ("TqGetProcessSIDInfo : Process Handle is invalid.\n", errors.text());
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -265,9 +270,9 @@ TEST(ProcessExecuting, LowerCaseNameFindsIdentityAgent) {
     ASSERT_TRUE(agent.running());
     processRecord record = sentinelRecord();
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(1, TqIsProcessExecuting("identityagent.exe", false, &record));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     EXPECT_EQ(agent.processId(), record.processId);
     // The record keeps the name as the caller wrote it.
     EXPECT_STREQ("identityagent.exe", record.executableName);
@@ -278,9 +283,9 @@ TEST(ProcessExecuting, UpperCaseNameFindsTheBTAgent) {
     ASSERT_TRUE(agent.running());
     processRecord record{};
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(1, TqIsProcessExecuting("GACSERVICE.EXE", true, &record));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     EXPECT_EQ(agent.processId(), record.processId);
     EXPECT_STREQ("GACSERVICE.EXE", record.executableName);
 }
@@ -290,9 +295,9 @@ TEST(ProcessExecuting, FillsTheRecordOfTheFoundProcess) {
     ASSERT_TRUE(agent.running());
     processRecord record = sentinelRecord();
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(1, TqIsProcessExecuting(kAgentName, true, &record));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
 
     EXPECT_STREQ(kAgentName, record.executableName);
     expectZeroAfter(record.executableName, std::strlen(kAgentName));
@@ -322,9 +327,9 @@ TEST(ProcessExecuting, WithoutSameUserOnlyTheAccountStaysEmpty) {
 TEST(ProcessExecuting, NotRunningGives0AndAnEmptyRecord) {
     processRecord record = sentinelRecord();
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(0, TqIsProcessExecuting(kAgentName, true, &record));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     EXPECT_TRUE(allZero(&record, sizeof record));
 }
 
@@ -364,22 +369,22 @@ TEST(ProcessExecuting, ProcessThatCannotBeOpenedIsSkipped) {
     ASSERT_TRUE(hidden.running());
     processRecord record = sentinelRecord();
 
-    CaptureStderr();
+    CapturedStderr hiddenOnlyErrors;
     EXPECT_EQ(0, TqIsProcessExecuting(kAgentName, false, &record));
     EXPECT_EQ("TqGetProcessImageFileName : OpenProcess failed. Error Code (0x00000005)\n",
-              GetCapturedStderr());
+              hiddenOnlyErrors.text());
     EXPECT_TRUE(allZero(&record, sizeof record));
 
     AgentStandIn visible(kAgentName);
     ASSERT_TRUE(visible.running());
     const bool hiddenComesFirst =
         firstEnumerated(hidden.processId(), visible.processId()) == hidden.processId();
-    CaptureStderr();
+    CapturedStderr bothRunningErrors;
     EXPECT_EQ(1, TqIsProcessExecuting(kAgentName, false, &record));
     EXPECT_EQ(hiddenComesFirst
                   ? "TqGetProcessImageFileName : OpenProcess failed. Error Code (0x00000005)\n"
                   : "",
-              GetCapturedStderr());
+              bothRunningErrors.text());
     EXPECT_EQ(visible.processId(), record.processId);
 }
 
@@ -390,17 +395,17 @@ TEST(ProcessExecuting, SameUserOnlySkipsAProcessWhoseAccountCannotBeRead) {
     ASSERT_TRUE(agent.running());
     processRecord record = sentinelRecord();
 
-    CaptureStderr();
+    CapturedStderr sameUserErrors;
     EXPECT_EQ(0, TqIsProcessExecuting(kAgentName, true, &record));
     EXPECT_EQ("TqGetProcessSIDInfo : OpenProcess Failed for Process ID " +
                   std::to_string(agent.processId()) + ". Error Code (0x00000005)\n",
-              GetCapturedStderr());
+              sameUserErrors.text());
     EXPECT_TRUE(allZero(&record, sizeof record));
 
     // Without the account comparison the same process is found.
-    CaptureStderr();
+    CapturedStderr anyUserErrors;
     EXPECT_EQ(1, TqIsProcessExecuting(kAgentName, false, &record));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", anyUserErrors.text());
     EXPECT_EQ(agent.processId(), record.processId);
 }
 
@@ -428,9 +433,9 @@ TEST(ProcessExecuting, UnreadableOwnAccountEndsTheSearchWith0) {
                                 nullptr, nullptr, limited, nullptr));
     processRecord record = sentinelRecord();
 
-    CaptureStderr();
+    CapturedStderr errors;
     const int found = TqIsProcessExecuting(kAgentName, true, &record);
-    const std::string diagnostics = GetCapturedStderr();
+    const std::string diagnostics = errors.text();
     ::SetSecurityInfo(::GetCurrentProcess(), SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
                       nullptr, original, nullptr);
 
@@ -454,7 +459,7 @@ TEST(ProcessExecuting, LongNameIsCutTo63Characters) {
 
 TEST(ProcessExecuting, EmptyOrMissingArgumentsAreRejected) {
     processRecord record = sentinelRecord();
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-1, TqIsProcessExecuting("", true, &record));
     // The record is zeroed before the name is checked.
     EXPECT_TRUE(allZero(&record, sizeof record));
@@ -465,7 +470,7 @@ TEST(ProcessExecuting, EmptyOrMissingArgumentsAreRejected) {
     EXPECT_EQ("TqIsProcessExecuting : Invalid argument(s) supplied.\n"
               "TqIsProcessExecuting : Invalid argument(s) supplied.\n"
               "TqIsProcessExecuting : Invalid argument(s) supplied.\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -477,9 +482,9 @@ TEST(ProcessDateInfo, ByIdReadsTheFourTimes) {
     processRecord record = sentinelRecord();
     record.processId = agent.processId();
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(0, TqGetProcessDateInfo(&record, true));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     const ProcessTimes times = timesOf(agent.process());
     EXPECT_EQ(ticks(times.creation), ticks(record.creationTime));
     EXPECT_EQ(0u, ticks(record.exitTime));
@@ -495,10 +500,10 @@ TEST(ProcessDateInfo, ByIdOfAnEndedProcessIsAFailedSystemCall) {
     processRecord record = sentinelRecord();
     record.processId = idOfEndedProcess();
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-4, TqGetProcessDateInfo(&record, false));
     EXPECT_EQ("TqGetProcessDateInfo : OpenProcess failed. Error Code (0x00000057)\n",
-              GetCapturedStderr());
+              errors.text());
     EXPECT_EQ(0u, ticks(record.creationTime));
     EXPECT_EQ(0u, ticks(record.exitTime));
     EXPECT_EQ(0u, ticks(record.kernelTime));
@@ -511,10 +516,10 @@ TEST(ProcessDateInfo, ByIdOfAProcessThatCannotBeOpenedIsAccessDenied) {
     processRecord record{};
     record.processId = agent.processId();
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-16, TqGetProcessDateInfo(&record, false));
     EXPECT_EQ("TqGetProcessDateInfo : OpenProcess failed. Error Code (0x00000005)\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 TEST(ProcessDateInfo, ByNameFindsTheProcessAndItsTimes) {
@@ -522,9 +527,9 @@ TEST(ProcessDateInfo, ByNameFindsTheProcessAndItsTimes) {
     ASSERT_TRUE(agent.running());
     processRecord record = recordNamed(kAgentName);
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(0, TqGetProcessDateInfo(&record, true));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     EXPECT_EQ(agent.processId(), record.processId);
     EXPECT_STREQ(kAgentName, record.executableName);
     EXPECT_EQ(ticks(timesOf(agent.process()).creation), ticks(record.creationTime));
@@ -545,10 +550,10 @@ TEST(ProcessDateInfo, ByNameWithoutSameUserOnlyLeavesTheAccountEmpty) {
 TEST(ProcessDateInfo, ByNameNotRunningGives11) {
     processRecord record = recordNamed(kAgentName);
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(11, TqGetProcessDateInfo(&record, true));
     EXPECT_EQ("TqGetProcessDateInfo : Failed to detect running executable 'IdentityAgent.exe'\n",
-              GetCapturedStderr());
+              errors.text());
     EXPECT_EQ(0u, record.processId);
     EXPECT_EQ(0u, ticks(record.creationTime));
 }
@@ -557,17 +562,17 @@ TEST(ProcessDateInfo, NeitherIdNorNameIsRejected) {
     processRecord record{};
     std::memset(&record.creationTime, kSentinel, 4 * sizeof(FILETIME));
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-1, TqGetProcessDateInfo(&record, true));
     EXPECT_EQ("TqGetProcessDateInfo : Process ID and Process Name are both unset.\n",
-              GetCapturedStderr());
+              errors.text());
     EXPECT_TRUE(allZero(&record, sizeof record));
 }
 
 TEST(ProcessDateInfo, NullRecordIsRejected) {
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-1, TqGetProcessDateInfo(nullptr, true));
-    EXPECT_EQ("TqGetProcessDateInfo : Invalid argument(s) supplied.\n", GetCapturedStderr());
+    EXPECT_EQ("TqGetProcessDateInfo : Invalid argument(s) supplied.\n", errors.text());
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -576,20 +581,20 @@ TEST(ProcessDateInfo, NullRecordIsRejected) {
 TEST(ServiceStatus, MissingServiceReportsOpenSCManagerFailed) {
     zeltest::RemoveService(zeltest::kCardCheckerServiceName);
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-4, TqGetServiceStatus(zeltest::kCardCheckerServiceName));
     // 0x424: ERROR_SERVICE_DOES_NOT_EXIST; the text names the manager on purpose.
     EXPECT_EQ("TqGetServiceStatus : OpenSCManager failed. Error Code (0x00000424)\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 TEST(ServiceStatus, InstalledButNotStartedIsStopped) {
     KitService service;
     ASSERT_TRUE(service.installed());
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(1, TqGetServiceStatus(zeltest::kCardCheckerServiceName));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
 }
 
 TEST(ServiceStatus, FollowsTheServiceThroughRunningPausedAndStopped) {
@@ -597,22 +602,22 @@ TEST(ServiceStatus, FollowsTheServiceThroughRunningPausedAndStopped) {
     ASSERT_TRUE(service.installed());
 
     ASSERT_TRUE(service.Start());
-    CaptureStderr();
+    CapturedStderr runningErrors;
     EXPECT_EQ(4, TqGetServiceStatus(zeltest::kCardCheckerServiceName));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", runningErrors.text());
 
     ASSERT_TRUE(service.Pause());
-    CaptureStderr();
+    CapturedStderr pausedErrors;
     EXPECT_EQ(7, TqGetServiceStatus(zeltest::kCardCheckerServiceName));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", pausedErrors.text());
 
     ASSERT_TRUE(service.Continue());
     EXPECT_EQ(4, TqGetServiceStatus(zeltest::kCardCheckerServiceName));
 
     ASSERT_TRUE(service.Stop());
-    CaptureStderr();
+    CapturedStderr stoppedErrors;
     EXPECT_EQ(1, TqGetServiceStatus(zeltest::kCardCheckerServiceName));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", stoppedErrors.text());
 }
 
 TEST(ServiceStatus, ServiceNameIsNotCaseSensitive) {
@@ -624,9 +629,9 @@ TEST(ServiceStatus, ServiceNameIsNotCaseSensitive) {
 }
 
 TEST(ServiceStatus, NullNameIsRejected) {
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-1, TqGetServiceStatus(nullptr));
-    EXPECT_EQ("TqGetServiceStatus : Invalid argument(s) supplied.\n", GetCapturedStderr());
+    EXPECT_EQ("TqGetServiceStatus : Invalid argument(s) supplied.\n", errors.text());
 }
 
 } // namespace

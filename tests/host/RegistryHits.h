@@ -4,6 +4,7 @@
 
 #include "host/TqRegistrySearch.h"
 #include "base/TqErrorText.h"
+#include "support/CallerTrace.h"
 
 #include <gtest/gtest.h>
 
@@ -94,7 +95,9 @@ inline Hit DataHit(const std::string& keyPath, const std::string& valueName, DWO
 
 // The entry's hits as values; every hit must have reserved 0 and a data pointer exactly when
 // it has a length or was handed data.
-inline std::vector<Hit> Hits(const TqRegistrySearchEntry& entry) {
+inline std::vector<Hit> Hits(const TqRegistrySearchEntry& entry,
+                             CallSite caller = CallSite::current()) {
+    const CallerTrace trace(caller);
     std::vector<Hit> hits;
     for (const auto& result : entry.results) {
         if (result == nullptr) {

@@ -1,6 +1,7 @@
 // Registry content the search must survive: values without data, strings without their
 // terminator, very large values, very many values, very deep keys.
 #include "host/RegistryHits.h"
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -10,8 +11,6 @@
 namespace {
 
 using namespace zeltest;
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::GetCapturedStderr;
 
 const std::string kHostile = "Software\\ZelRegistryHostileTest";
 
@@ -37,9 +36,9 @@ protected:
     }
 
     int search(TqRegistrySearchEntry& entry, const std::string& sub = "") {
-        CaptureStderr();
+        CapturedStderr errors;
         const int result = TqFindRegistryKeyAndOrValueName(hostile(sub), &entry);
-        err = GetCapturedStderr();
+        err = errors.text();
         return result;
     }
 

@@ -1,6 +1,7 @@
 // The typed registry readers and the installed-product version lookup, against the machine
 // hive of the prefix.
 #include "host/RegistryHits.h"
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -8,8 +9,6 @@
 namespace {
 
 using namespace zeltest;
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::GetCapturedStderr;
 
 const std::string kReaderScratch = "SOFTWARE\\ZelRegistryReaderTest";
 
@@ -35,9 +34,9 @@ protected:
 TEST_F(RegistryReader, StringIsTrimmedOfBlanksAndItsTerminator) {
     WriteString(HKEY_LOCAL_MACHINE, reader(""), "Publisher", "  Gemalto  ");
     std::string out = "stale";
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(1, TqGetRegistryStringValue(nullptr, reader(""), "Publisher", out));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     EXPECT_EQ("Gemalto", out);
 }
 
@@ -93,35 +92,35 @@ TEST_F(RegistryReader, EmptyStringIsFoundAndEmpty) {
 TEST_F(RegistryReader, AbsentStringYields0AndLeavesTheOutput) {
     write("", "Publisher", REG_EXPAND_SZ, SzBytes("expandable, not a string"));
     std::string out = "untouched";
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(0, TqGetRegistryStringValue(nullptr, reader(""), "Publisher", out));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     EXPECT_EQ("untouched", out);
 }
 
 TEST_F(RegistryReader, StringUnderAMissingKeyYieldsMinus15) {
     std::string out;
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-15, TqGetRegistryStringValue(nullptr, reader("Missing"), "Publisher", out));
-    EXPECT_EQ(OpenFailureLine(reader("Missing"), ERROR_FILE_NOT_FOUND), GetCapturedStderr());
+    EXPECT_EQ(OpenFailureLine(reader("Missing"), ERROR_FILE_NOT_FOUND), errors.text());
 }
 
 TEST_F(RegistryReader, StringUnderADeniedKeyYieldsMinus16) {
     WriteString(HKEY_LOCAL_MACHINE, reader("Denied"), "Publisher", "Gemalto");
     const DeniedKey denied(HKEY_LOCAL_MACHINE, reader("Denied"));
     std::string out;
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-16, TqGetRegistryStringValue(nullptr, reader("Denied"), "Publisher", out));
-    EXPECT_EQ(OpenFailureLine(reader("Denied"), ERROR_ACCESS_DENIED), GetCapturedStderr());
+    EXPECT_EQ(OpenFailureLine(reader("Denied"), ERROR_ACCESS_DENIED), errors.text());
 }
 
 TEST_F(RegistryReader, ReadersAlwaysSearchTheMachineHive) {
     const std::string userPath = "Software\\ZelRegistryReaderUserTest";
     WriteString(HKEY_CURRENT_USER, userPath, "Publisher", "per user");
     std::string out;
-    CaptureStderr();
+    CapturedStderr errors;
     const int result = TqGetRegistryStringValue(HKEY_CURRENT_USER, userPath, "Publisher", out);
-    const std::string err = GetCapturedStderr();
+    const std::string err = errors.text();
     DeleteKeyTree(HKEY_CURRENT_USER, userPath);
     EXPECT_EQ(-15, result);
     EXPECT_EQ(OpenFailureLine(userPath, ERROR_FILE_NOT_FOUND), err);
@@ -133,7 +132,7 @@ TEST_F(RegistryReader, EmptyPathOrNameYieldsMinus1ForEveryReader) {
     std::uint32_t number = 0;
     std::unique_ptr<unsigned char[]> bytes;
     std::uint32_t length = 0;
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-1, TqGetRegistryStringValue(nullptr, "", "Publisher", text));
     EXPECT_EQ(-1, TqGetRegistryMultiStringValue(nullptr, reader(""), "", texts));
     EXPECT_EQ(-1, TqGetRegistryDWORDValue(nullptr, "", "VersionMajor", number));
@@ -146,7 +145,7 @@ TEST_F(RegistryReader, EmptyPathOrNameYieldsMinus1ForEveryReader) {
               "invalid.\n"
               "TqGetRegistryBinaryValue : Exception Occurred - One or more arguments is "
               "invalid.\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 // --- multi-string -----------------------------------------------------------------------------
@@ -305,10 +304,10 @@ protected:
     };
     static Version lookUp(const char* displayName) {
         Version version;
-        CaptureStderr();
+        CapturedStderr errors;
         version.result = TqGetInstalledAppVerNo(nullptr, displayName, nullptr, &version.major,
                                                 &version.minor, &version.keyPath);
-        version.err = GetCapturedStderr();
+        version.err = errors.text();
         return version;
     }
 
@@ -479,14 +478,14 @@ TEST_F(InstalledAppVersion, NullArgumentsYieldMinus1) {
     std::int32_t major = 0;
     std::int32_t minor = 0;
     std::string keyPath;
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-1, TqGetInstalledAppVerNo(nullptr, nullptr, nullptr, &major, &minor, &keyPath));
     EXPECT_EQ(-1, TqGetInstalledAppVerNo(nullptr, "KVR", nullptr, nullptr, &minor, &keyPath));
     EXPECT_EQ(-1, TqGetInstalledAppVerNo(nullptr, "KVR", nullptr, &major, nullptr, &keyPath));
     EXPECT_EQ("TqGetInstalledAppVerNo : One or more calling arguments is NULL.\n"
               "TqGetInstalledAppVerNo : One or more calling arguments is NULL.\n"
               "TqGetInstalledAppVerNo : One or more calling arguments is NULL.\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 TEST_F(InstalledAppVersion, DeniedProductKeyFailsTheLookupWithMinus16) {

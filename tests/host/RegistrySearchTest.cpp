@@ -1,6 +1,7 @@
 // The recursive registry search against the real registry of the prefix: result codes, the
 // exact hit lists for every flag combination the library's callers use, and the diagnostics.
 #include "host/RegistryHits.h"
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -10,10 +11,6 @@
 namespace {
 
 using namespace zeltest;
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::CaptureStdout;
-using ::testing::internal::GetCapturedStderr;
-using ::testing::internal::GetCapturedStdout;
 
 const std::string kScratch = "Software\\ZelRegistrySearchTest";
 
@@ -60,9 +57,9 @@ protected:
 
     // Runs the search and keeps what it wrote to standard error.
     int search(TqRegistrySearchEntry& entry, const std::string& sub = "") {
-        CaptureStderr();
+        CapturedStderr errors;
         const int result = TqFindRegistryKeyAndOrValueName(under(sub), &entry);
-        err = GetCapturedStderr();
+        err = errors.text();
         return result;
     }
 
@@ -101,10 +98,10 @@ TEST_F(RegistrySearch, StartKeyDeniedByItsDaclYieldsMinus16) {
 }
 
 TEST_F(RegistrySearch, NullEntryYieldsMinus1) {
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-1, TqFindRegistryKeyAndOrValueName(kScratch, nullptr));
     EXPECT_EQ("TqFindRegistryKeyAndOrValueName : The 'searchEntry' argument is invalid.\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 TEST_F(RegistrySearch, KeyWithoutValuesOrSubKeysYields0) {
@@ -162,9 +159,9 @@ TEST_F(RegistrySearch, NullRootMeansLocalMachine) {
     entry.flags = SEARCH_RETURN_DATA;
     entry.valueName = "DisplayName";
     entry.valueType = REG_SZ;
-    CaptureStderr();
+    CapturedStderr errors;
     const int result = TqFindRegistryKeyAndOrValueName(machinePath, &entry);
-    err = GetCapturedStderr();
+    err = errors.text();
     DeleteKeyTree(HKEY_LOCAL_MACHINE, machinePath);
     EXPECT_EQ(4, result);
     EXPECT_EQ("", err);
@@ -181,9 +178,9 @@ TEST_F(RegistrySearch, SearchReadsThe64BitViewSo32BitDataNeedsItsWow6432NodePath
     entry.root = HKEY_LOCAL_MACHINE;
     entry.valueName = "DisplayName";
     entry.valueType = REG_SZ;
-    CaptureStderr();
+    CapturedStderr errors;
     const int plain = TqFindRegistryKeyAndOrValueName(path, &entry);
-    const std::string plainErr = GetCapturedStderr();
+    const std::string plainErr = errors.text();
     const int redirected =
         TqFindRegistryKeyAndOrValueName("SOFTWARE\\Wow6432Node\\ZelRegistryViewTest", &entry);
     DeleteKeyTree(HKEY_LOCAL_MACHINE, path, KEY_WOW64_32KEY);
@@ -202,9 +199,9 @@ TEST_F(RegistrySearch, AnyOpenKeyCanBeTheRootAndAnEmptyPathIsTheRootItself) {
               ::RegOpenKeyExA(HKEY_CURRENT_USER, kScratch.c_str(), 0, KEY_READ, scratch.put()));
     auto entry = valueSearch(SEARCH_RETURN_DATA, "DisplayName", REG_SZ);
     entry.root = scratch.get();
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(4, TqFindRegistryKeyAndOrValueName("", &entry));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     // Child paths are built without a leading separator below an empty path.
     EXPECT_EQ((std::vector<Hit>{DataHit("Child", "DisplayName", REG_SZ, SzBytes("relative"))}),
               Hits(entry));
@@ -600,9 +597,9 @@ TEST_F(RegistryWalk, ValueWalkReturns2AndHandsTheDataOver) {
     writeSz("", "DisplayName", "Classic Client");
     const TqUniqueRegKey key = open();
     auto entry = valueSearch(SEARCH_RETURN_DATA, "DisplayName", REG_SZ);
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(2, TqFindRegistryProcessValues(key.get(), 2, &entry));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     ASSERT_NE(nullptr, entry.data);
     EXPECT_EQ(SzBytes("Classic Client"), Bytes(entry.data.get(), entry.data.get() + 15));
     EXPECT_EQ(15u, entry.dataLength);
@@ -631,31 +628,31 @@ TEST_F(RegistryWalk, ValueWalkReportsAnIndexPastTheEndAndGoesOn) {
     writeSz("", "Other", "x");
     const TqUniqueRegKey key = open();
     auto entry = valueSearch(SEARCH_RETURN_DATA, "DisplayName", REG_SZ);
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(0, TqFindRegistryProcessValues(key.get(), 3, &entry));
     EXPECT_EQ("TqFindRegistryProcessValues : RegEnumValue(1) - 259\n"
               "TqFindRegistryProcessValues : RegEnumValue(1) - 259\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 TEST_F(RegistryWalk, ValueWalkRejectsNullArguments) {
     const TqUniqueRegKey key = open();
     auto entry = valueSearch(SEARCH_RETURN_DATA, "DisplayName", REG_SZ);
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-1, TqFindRegistryProcessValues(nullptr, 1, &entry));
     EXPECT_EQ(-1, TqFindRegistryProcessValues(key.get(), 1, nullptr));
     EXPECT_EQ("TqFindRegistryProcessValues : Invalid argument(s) supplied.\n"
               "TqFindRegistryProcessValues : Invalid argument(s) supplied.\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 TEST_F(RegistryWalk, SubKeyWalkReportsAnIndexPastTheEndAndGoesOn) {
     writeSz("Only", "DisplayName", "x");
     const TqUniqueRegKey key = open();
     auto entry = valueSearch(SEARCH_RETURN_DATA, "DisplayName", REG_SZ);
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(4, TqFindRegistryProcessSubKey(key.get(), kScratch, 2, &entry));
-    EXPECT_EQ("TqFindRegistryProcessSubKey : RegEnumKeyEx - 259\n", GetCapturedStderr());
+    EXPECT_EQ("TqFindRegistryProcessSubKey : RegEnumKeyEx - 259\n", errors.text());
     EXPECT_EQ((std::vector<Hit>{DataHit(under("Only"), "DisplayName", REG_SZ, SzBytes("x"))}),
               Hits(entry));
 }
@@ -672,21 +669,21 @@ TEST_F(RegistryWalk, SubKeyWalkReturnsTheFirstErrorWhenNothingIsFound) {
     const TqUniqueRegKey key = open();
     const DeniedKey deniedA(HKEY_CURRENT_USER, under("A"));
     auto entry = valueSearch(SEARCH_RETURN_DATA, "DisplayName", REG_SZ);
-    CaptureStderr();
+    CapturedStderr errors;
     // B finds nothing (0): A's error is the answer.
     EXPECT_EQ(-16, TqFindRegistryProcessSubKey(key.get(), kScratch, 2, &entry));
-    EXPECT_EQ(OpenFailureLine(under("A"), ERROR_ACCESS_DENIED), GetCapturedStderr());
+    EXPECT_EQ(OpenFailureLine(under("A"), ERROR_ACCESS_DENIED), errors.text());
 }
 
 TEST_F(RegistryWalk, SubKeyWalkRejectsNullArguments) {
     const TqUniqueRegKey key = open();
     auto entry = valueSearch(SEARCH_RETURN_DATA, "DisplayName", REG_SZ);
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-1, TqFindRegistryProcessSubKey(nullptr, kScratch, 1, &entry));
     EXPECT_EQ(-1, TqFindRegistryProcessSubKey(key.get(), kScratch, 1, nullptr));
     EXPECT_EQ("TqFindRegistryProcessSubKey : Invalid argument(s) supplied.\n"
               "TqFindRegistryProcessSubKey : Invalid argument(s) supplied.\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 // --- ownership ----------------------------------------------------------------------------------

@@ -1,13 +1,13 @@
 // Where a key name sits in a registry path: the component rules of the reverse search,
 // including the ones that look odd on purpose.
 #include "host/TqRegistryPath.h"
+#include "support/CapturedStreams.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::GetCapturedStderr;
+using zeltest::CapturedStderr;
 
 const std::string kUninstallChild = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\X";
 const std::string kUninstall = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
@@ -24,9 +24,9 @@ Found reverse(const std::string& path, const std::string& keyName, std::uint32_t
 }
 
 TEST(ReverseSearch, NameFollowedByAComponentIsNotFoundWithoutWalkUp) {
-    CaptureStderr();
+    CapturedStderr errors;
     const Found found = reverse(kUninstallChild, "Uninstall", 0);
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     EXPECT_EQ(0, found.result);
     EXPECT_EQ("", found.path);
 }
@@ -116,14 +116,14 @@ TEST(ReverseSearch, AbsentNameClearsTheFoundPath) {
 }
 
 TEST(ReverseSearch, EmptyPathOrNameYieldsMinus1) {
-    CaptureStderr();
+    CapturedStderr errors;
     const Found emptyPath = reverse("", "Uninstall", 0);
     const Found emptyName = reverse(kUninstall, "", SEARCH_PATH_ANY);
     EXPECT_EQ("TqReverseSearchInRegistryPath : An exception occurred - Invalid argument "
               "encountered.\n"
               "TqReverseSearchInRegistryPath : An exception occurred - Invalid argument "
               "encountered.\n",
-              GetCapturedStderr());
+              errors.text());
     EXPECT_EQ(-1, emptyPath.result);
     EXPECT_EQ("", emptyPath.path);
     EXPECT_EQ(-1, emptyName.result);

@@ -1,5 +1,6 @@
 // The split, trim and version-number helpers, with the diagnostic lines they write.
 #include "base/TqStringUtil.h"
+#include "support/CapturedStreams.h"
 
 #include <gtest/gtest.h>
 
@@ -7,10 +8,8 @@
 
 namespace {
 
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::CaptureStdout;
-using ::testing::internal::GetCapturedStderr;
-using ::testing::internal::GetCapturedStdout;
+using zeltest::CapturedStderr;
+using zeltest::CapturedStdout;
 
 using Pieces = std::vector<std::string>;
 using Numbers = std::vector<std::int32_t>;
@@ -65,11 +64,11 @@ TEST(SplitString, PatternIsARegularExpression) {
 
 TEST(SplitString, InvalidPatternReturns23AndReportsOnStandardOutput) {
     Pieces pieces{"stale"};
-    CaptureStdout();
-    CaptureStderr();
+    CapturedStdout output;
+    CapturedStderr errors;
     const int result = TqSplitString("a(b", "(", pieces);
-    const std::string err = GetCapturedStderr();
-    const std::string out = GetCapturedStdout();
+    const std::string err = errors.text();
+    const std::string out = output.text();
     EXPECT_EQ(23, result);
     EXPECT_TRUE(pieces.empty());
     EXPECT_EQ("TqSplitString : Exception Occurred - " + regexErrorText("(") + "\n", out);
@@ -118,9 +117,9 @@ TEST(TrimWhiteSpace, OnlyBlanksAndNulsBecomeEmpty) {
 
 TEST(TrimWhiteSpace, EmptyStaysEmptyWithoutDiagnostics) {
     std::string s;
-    CaptureStderr();
+    CapturedStderr errors;
     TqTrimWhiteSpace(s);
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     EXPECT_EQ("", s);
 }
 
@@ -189,11 +188,11 @@ TEST(ParseVersionNoString, LargestInt32Fits) {
 TEST(ParseVersionNoString, RunTooLongForInt32Returns23KeepsEarlierNumbersAndEmptiesText) {
     std::string text = "1.2147483648.7";
     Numbers numbers;
-    CaptureStdout();
-    CaptureStderr();
+    CapturedStdout output;
+    CapturedStderr errors;
     const int result = TqParseVersionNoString(text, numbers);
-    const std::string err = GetCapturedStderr();
-    const std::string out = GetCapturedStdout();
+    const std::string err = errors.text();
+    const std::string out = output.text();
     EXPECT_EQ(23, result);
     EXPECT_EQ((Numbers{1}), numbers);
     EXPECT_EQ("", text);
@@ -204,10 +203,10 @@ TEST(ParseVersionNoString, RunTooLongForInt32Returns23KeepsEarlierNumbersAndEmpt
 TEST(ParseVersionNoString, TwentyDigitRunReturns23) {
     std::string text = "99999999999999999999";
     Numbers numbers;
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(23, TqParseVersionNoString(text, numbers));
     EXPECT_EQ("TqParseVersionNoString : Exception Occurred - stoi argument out of range\n",
-              GetCapturedStderr());
+              errors.text());
     EXPECT_TRUE(numbers.empty());
 }
 

@@ -9,6 +9,7 @@
 #include "identityagent/IdentityAgentFixture.h"
 #include "identityagent/TqIdentityAgent.h"
 #include "api/TqZelDLLPlatform.h"
+#include "support/CapturedStreams.h"
 #include "support/KitProcesses.h"
 
 #include <cstdlib>
@@ -23,11 +24,9 @@ using iatest::ExpectParsedDocument;
 using iatest::ExpectSpringCheck;
 using iatest::IdentityAgentRegistry;
 using iatest::MissingKey;
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::CaptureStdout;
-using ::testing::internal::GetCapturedStderr;
-using ::testing::internal::GetCapturedStdout;
 using zeltest::AgentStandIn;
+using zeltest::CapturedStderr;
+using zeltest::CapturedStdout;
 using zeltest::KitService;
 
 constexpr const char* kLimitedQueryOnly = "D:(A;;0x1000;;;WD)";
@@ -61,11 +60,11 @@ struct Detected {
 
 Detected detectWith(int (*detector)(IARecord*)) {
     Detected detected;
-    CaptureStdout();
-    CaptureStderr();
+    CapturedStdout output;
+    CapturedStderr errors;
     detected.result = detector(&detected.record);
-    detected.err = GetCapturedStderr();
-    detected.out = GetCapturedStdout();
+    detected.err = errors.text();
+    detected.out = output.text();
     return detected;
 }
 
@@ -88,11 +87,11 @@ Answer detectIdentityAgent(const char* logFile = nullptr) {
     Answer answer;
     TqZelDLLPlatform platform;
     char* text = nullptr;
-    CaptureStdout();
-    CaptureStderr();
+    CapturedStdout output;
+    CapturedStderr errors;
     answer.result = platform.detectIdentityAgent(&text, &answer.length, logFile);
-    answer.err = GetCapturedStderr();
-    answer.out = GetCapturedStdout();
+    answer.err = errors.text();
+    answer.out = output.text();
     if (text != nullptr) {
         answer.handedOut = true;
         answer.json = text;
@@ -107,7 +106,9 @@ Answer detectIdentityAgent(const char* logFile = nullptr) {
 void expectDocument(const Answer& answer, int result, const std::string& name,
                     const std::string& minVersion, const std::string& maxVersion,
                     const std::string& status, const std::string& locked, const std::string& zelSet,
-                    const std::string& hasRebooted) {
+                    const std::string& hasRebooted,
+                    zeltest::CallSite caller = zeltest::CallSite::current()) {
+    const zeltest::CallerTrace trace(caller);
     EXPECT_EQ(result, answer.result);
     ASSERT_TRUE(answer.handedOut);
     EXPECT_EQ(Document(name, minVersion, maxVersion, status, locked, zelSet, hasRebooted),
@@ -281,12 +282,12 @@ TEST_F(IdentityAgentDetection, BTAgentInstalledButNotRunningGives0) {
 }
 
 TEST_F(IdentityAgentDetection, NullRecordIsRefused) {
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-1, TqDetectKVRIdentityAgent(nullptr));
     EXPECT_EQ(-1, TqDetectBTIdentityAgent(nullptr));
     EXPECT_EQ("TqDetectKVRIdentityAgent : Invalid argument(s) supplied.\n"
               "TqDetectBTIdentityAgent : Invalid argument(s) supplied.\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 // --- the document ----------------------------------------------------------------------------
@@ -356,10 +357,10 @@ TEST(IdentityAgentJSON, VersionsAreUnsignedDecimal) {
 
 TEST(IdentityAgentJSON, NullRecordGives23) {
     std::string json = "untouched";
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(23, TqDetectedIAtoJSONString(nullptr, json));
     EXPECT_EQ("TqDetectedIAtoJSONString Exception Occurred - Invalid argument(s) supplied.\n",
-              GetCapturedStderr());
+              errors.text());
     EXPECT_EQ("untouched", json);
 }
 
@@ -397,11 +398,12 @@ TEST_F(IdentityAgentDocument, UserSwitchedOffWithoutRecord) {
 
 TEST_F(IdentityAgentDocument, SwitchedOffIsPendingUntilTheAgentRestarts) {
     installVessant();
-    auto agent = std::make_unique<AgentStandIn>(kTqKVRAgentExecutable);
+    auto agent = std::make_unique<AgentStandIn>(kTqKVRAgentExecutable, nullptr,
+                                                zeltest::CallSite::current());
     ASSERT_TRUE(agent->running());
-    CaptureStderr();
+    CapturedStderr ignoredErrors;
     ASSERT_EQ(0, TqSetKVRIASpringCheck(false));
-    GetCapturedStderr();
+    ignoredErrors.end();
 
     Answer answer = detectIdentityAgent();
     expectDocument(answer, 1, "KVR", "2", "11", "off", "false", "true", "pending");
@@ -409,7 +411,8 @@ TEST_F(IdentityAgentDocument, SwitchedOffIsPendingUntilTheAgentRestarts) {
     EXPECT_EQ(MissingKey(kTqIAMachineKey32) + MissingKey(kTqIAPolicyKey), answer.err);
 
     ASSERT_TRUE(agent->Stop());
-    agent = std::make_unique<AgentStandIn>(kTqKVRAgentExecutable);
+    agent = std::make_unique<AgentStandIn>(kTqKVRAgentExecutable, nullptr,
+                                           zeltest::CallSite::current());
     ASSERT_TRUE(agent->running());
     answer = detectIdentityAgent();
     expectDocument(answer, 1, "KVR", "2", "11", "off", "false", "true", "true");

@@ -1,6 +1,7 @@
 // DetectIdentityAgent and SetIdentityAgentSpringCheck as the client calls them: the built DLL
 // loaded with LoadLibraryA, the agent stand-in running as IdentityAgent.exe.
 #include "identityagent/IdentityAgentFixture.h"
+#include "support/CapturedStreams.h"
 #include "support/KitProcesses.h"
 
 #include <malloc.h>
@@ -12,16 +13,16 @@ namespace {
 
 using iatest::Document;
 using iatest::ExpectParsedDocument;
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::CaptureStdout;
-using ::testing::internal::GetCapturedStderr;
-using ::testing::internal::GetCapturedStdout;
 using zeltest::AgentStandIn;
+using zeltest::CapturedStderr;
+using zeltest::CapturedStdout;
 
 class IdentityAgentExports : public iatest::IdentityAgentRegistry {
 protected:
     // The document the DLL hands out, checked for its length and heap block on the way.
-    std::string detect(int expectedResult) {
+    std::string detect(int expectedResult,
+                       zeltest::CallSite caller = zeltest::CallSite::current()) {
+        const zeltest::CallerTrace trace(caller);
         char* text = reinterpret_cast<char*>(0xDEADBEEF);
         int length = -1;
         EXPECT_EQ(expectedResult, api.DetectIdentityAgent(&text, &length, log.path()));
@@ -45,7 +46,7 @@ TEST_F(IdentityAgentExports, SwitchOffShowsInTheDocumentAndDefaultRestoresIt) {
     installVessant();
     AgentStandIn agent(kTqKVRAgentExecutable);
     ASSERT_TRUE(agent.running());
-    CaptureStderr();
+    CapturedStderr ignoredErrors;
 
     EXPECT_EQ(0, api.SetIdentityAgentSpringCheck(0, log.path()));
     std::string document = detect(1);
@@ -56,7 +57,7 @@ TEST_F(IdentityAgentExports, SwitchOffShowsInTheDocumentAndDefaultRestoresIt) {
     document = detect(1);
     EXPECT_EQ(Document("KVR", "2", "11", "on", "false", "false", "unknown"), document);
     ExpectParsedDocument(document, "KVR", "2", "11", "on", "false", "false", "unknown");
-    GetCapturedStderr();
+    ignoredErrors.end();
 
     EXPECT_FALSE(
         zeltest::ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqCardRemovalCheckValue).present);
@@ -75,21 +76,21 @@ TEST_F(IdentityAgentExports, ProgressLinesGoToTheHostsStandardOutput) {
     installVessant();
     AgentStandIn agent(kTqKVRAgentExecutable);
     ASSERT_TRUE(agent.running());
-    CaptureStdout();
-    CaptureStderr();
+    CapturedStdout output;
+    CapturedStderr ignoredErrors;
     const std::string document = detect(1);
-    GetCapturedStderr();
-    EXPECT_EQ("TqDetectKVRIdentityAgent : Successfully detected KVR IA.\n", GetCapturedStdout());
+    ignoredErrors.end();
+    EXPECT_EQ("TqDetectKVRIdentityAgent : Successfully detected KVR IA.\n", output.text());
     EXPECT_EQ(Document("KVR", "2", "11", "on", "false", "false", "unknown"), document);
 }
 
 TEST_F(IdentityAgentExports, SwitchOffWithoutTheAgentIsARefusedSwitch) {
     installVessant();
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(11, api.SetIdentityAgentSpringCheck(0, log.path()));
     EXPECT_EQ("TqSetKVRIASpringCheck : TqIsProcessExecuting unsuccessful. Result Code: Process not "
               "running\n",
-              GetCapturedStderr());
+              errors.text());
     EXPECT_FALSE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqIAUserKey));
     EXPECT_EQ((std::vector<std::string>{
                   "[INFO] TqZelDLLPlatform::setIdentityAgentSpringCheck : Entered",
@@ -116,10 +117,10 @@ TEST_F(IdentityAgentExports, NothingInstalledIsAnAnswerNotAFailure) {
 // Both detectors failed: the failure is the answer, and the all-unknown document still comes.
 TEST_F(IdentityAgentExports, UnreadableUninstallKeyIsAFailureWithTheDocument) {
     zeltest::DeleteKeyTree(HKEY_LOCAL_MACHINE, iatest::kUninstall32);
-    CaptureStderr();
+    CapturedStderr ignoredErrors;
     EXPECT_EQ(Document("unknown", "0", "0", "unknown", "unknown", "unknown", "unknown"),
               detect(-15));
-    GetCapturedStderr();
+    ignoredErrors.end();
 }
 
 } // namespace

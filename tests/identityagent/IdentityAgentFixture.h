@@ -5,6 +5,7 @@
 
 #include "identityagent/TqSpringCheck.h"
 #include "identityagent/TqSpringCheckSeam.h"
+#include "support/CallerTrace.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -58,7 +59,9 @@ inline std::string Document(const std::string& name, const std::string& minVersi
 inline void ExpectParsedDocument(const std::string& text, const std::string& name,
                                  const std::string& minVersion, const std::string& maxVersion,
                                  const std::string& status, const std::string& locked,
-                                 const std::string& zelSet, const std::string& hasRebooted) {
+                                 const std::string& zelSet, const std::string& hasRebooted,
+                                 zeltest::CallSite caller = zeltest::CallSite::current()) {
+    const zeltest::CallerTrace trace(caller);
     const nlohmann::json parsed = nlohmann::json::parse(text, nullptr, false);
     ASSERT_FALSE(parsed.is_discarded()) << text;
     const nlohmann::json expected = {
@@ -69,7 +72,9 @@ inline void ExpectParsedDocument(const std::string& text, const std::string& nam
 }
 
 inline void ExpectSpringCheck(const springCheckBlock& block, int hasRebooted, int status,
-                              int locked, int zelSet) {
+                              int locked, int zelSet,
+                              zeltest::CallSite caller = zeltest::CallSite::current()) {
+    const zeltest::CallerTrace trace(caller);
     EXPECT_EQ(hasRebooted, block.hasRebooted);
     EXPECT_EQ(status, block.status);
     EXPECT_EQ(locked, block.locked);
@@ -106,18 +111,27 @@ protected:
     }
 
     // An installed product as its installer registers it in the 32-bit view.
-    static void install(const char* code, const char* displayName, DWORD major, DWORD minor) {
+    static void install(const char* code, const char* displayName, DWORD major, DWORD minor,
+                        zeltest::CallSite caller = zeltest::CallSite::current()) {
+        const zeltest::CallerTrace trace(caller);
         const std::string key = ProductKey(code);
         zeltest::WriteString(HKEY_LOCAL_MACHINE, key, "DisplayName", displayName);
         zeltest::WriteDword(HKEY_LOCAL_MACHINE, key, "VersionMajor", major);
         zeltest::WriteDword(HKEY_LOCAL_MACHINE, key, "VersionMinor", minor);
     }
-    static void installVessant() { install(kVessantCode, "Vessant Identity Agent", 11, 2); }
-    static void installBTOlder() { install(kBTOlderCode, "KVR Identity Agent", 11, 0); }
-    static void installBTNewer() { install(kBTNewerCode, "KVR Halden Identity Agent", 12, 4); }
+    static void installVessant(zeltest::CallSite caller = zeltest::CallSite::current()) {
+        install(kVessantCode, "Vessant Identity Agent", 11, 2, caller);
+    }
+    static void installBTOlder(zeltest::CallSite caller = zeltest::CallSite::current()) {
+        install(kBTOlderCode, "KVR Identity Agent", 11, 0, caller);
+    }
+    static void installBTNewer(zeltest::CallSite caller = zeltest::CallSite::current()) {
+        install(kBTNewerCode, "KVR Halden Identity Agent", 12, 4, caller);
+    }
 
-    static void setCardRemovalCheck(HKEY root, const char* key, const std::string& text) {
-        zeltest::WriteString(root, key, kTqCardRemovalCheckValue, text);
+    static void setCardRemovalCheck(HKEY root, const char* key, const std::string& text,
+                                    zeltest::CallSite caller = zeltest::CallSite::current()) {
+        zeltest::WriteString(root, key, kTqCardRemovalCheckValue, text, 0, caller);
     }
 
     bool uninstallExisted_ = false;

@@ -6,6 +6,7 @@
 // start runs under the caller's own SID. The closest real case is covered instead: an agent
 // process whose account cannot be read does not count as this user's agent.
 #include "identityagent/IdentityAgentFixture.h"
+#include "support/CapturedStreams.h"
 #include "support/KitProcesses.h"
 
 #include <cstring>
@@ -17,9 +18,8 @@ using iatest::ExpectSpringCheck;
 using iatest::IdentityAgentRegistry;
 using iatest::MissingKey;
 using iatest::SearchOpenFailure;
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::GetCapturedStderr;
 using zeltest::AgentStandIn;
+using zeltest::CapturedStderr;
 using zeltest::ReadValue;
 
 // Lets a process be opened for its image name and times only, not for its token.
@@ -51,9 +51,9 @@ struct SpringCheckRead {
 
 SpringCheckRead readSpringCheck(const processRecord& running) {
     SpringCheckRead read;
-    CaptureStderr();
+    CapturedStderr errors;
     read.result = TqDetectKVRIdentityAgentSpringCheck(&read.block, &running);
-    read.err = GetCapturedStderr();
+    read.err = errors.text();
     return read;
 }
 
@@ -240,21 +240,21 @@ TEST_F(SpringCheck, DeniedMachineKeyWithAShortRecordGives12) {
 
 TEST_F(SpringCheck, NullArgumentsGive1) {
     springCheckBlock block;
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(1, TqDetectKVRIdentityAgentSpringCheck(nullptr, &running_));
     EXPECT_EQ(1, TqDetectKVRIdentityAgentSpringCheck(&block, nullptr));
     EXPECT_EQ("TqDetectKVRIdentityAgentSpringCheck : Invalid argument(s) supplied.\n"
               "TqDetectKVRIdentityAgentSpringCheck : Invalid argument(s) supplied.\n",
-              GetCapturedStderr());
+              errors.text());
     ExpectSpringCheck(block, -1, -1, -1, -1);
 }
 
 // --- the ZelCheck record ---------------------------------------------------------------------
 
 TEST_F(SpringCheck, RecordReadsBackIdenticalAndIsStoredScrambled) {
-    CaptureStderr();
+    CapturedStderr storeErrors;
     EXPECT_EQ(0, TqSetZelKVRIAInformation(&running_));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", storeErrors.text());
 
     const auto stored = ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue);
     ASSERT_TRUE(stored.present);
@@ -271,9 +271,9 @@ TEST_F(SpringCheck, RecordReadsBackIdenticalAndIsStoredScrambled) {
 
     processRecord read;
     std::memset(&read, 0xEE, sizeof read);
-    CaptureStderr();
+    CapturedStderr readErrors;
     EXPECT_EQ(1, TqGetZelKVRIAInformation(&read));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", readErrors.text());
     EXPECT_EQ(0, std::memcmp(&running_, &read, sizeof read));
 }
 
@@ -291,10 +291,10 @@ TEST_F(SpringCheck, ShortRecordGivesMinus12) {
     shortRecord.resize(495);
     zeltest::WriteValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue, REG_BINARY, shortRecord);
     processRecord read{};
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(-12, TqGetZelKVRIAInformation(&read));
     EXPECT_EQ("TqGetZelKVRIAInformation : Stored REG_BINARY data is of invalid size\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 TEST_F(SpringCheck, ShortRecordLeavesZelSetFalseAndRebootUnknown) {
@@ -324,38 +324,38 @@ TEST_F(SpringCheck, StoringCreatesTheUserKeyAndNullIsRefused) {
     EXPECT_EQ(0, TqSetZelKVRIAInformation(&running_));
     EXPECT_TRUE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqIAUserKey));
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(1, TqSetZelKVRIAInformation(nullptr));
     EXPECT_EQ(-1, TqGetZelKVRIAInformation(nullptr));
     EXPECT_EQ("TqSetZelKVRIAInformation : Invalid argument(s) supplied.\n"
               "TqGetZelKVRIAInformation : Invalid argument(s) supplied.\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 TEST_F(SpringCheck, StoringUnderAnUnreadableKeyIsAccessDenied) {
     zeltest::DeniedKey user(HKEY_CURRENT_USER, kTqIAUserKey);
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(16, TqSetZelKVRIAInformation(&running_));
     EXPECT_EQ("TqSetZelKVRIAInformation : RegOpenKeyEx failed to open. Error Code (0x00000005) - " +
                   zeltest::SystemText(5) + "\n",
-              GetCapturedStderr());
+              errors.text());
 }
 
 // --- switching -------------------------------------------------------------------------------
 
 TEST_F(SpringCheck, SwitchingOffWhileTheAgentIsNotRunningChangesNothing) {
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(11, TqSetKVRIASpringCheck(false));
     EXPECT_EQ("TqSetKVRIASpringCheck : TqIsProcessExecuting unsuccessful. Result Code: Process not "
               "running\n",
-              GetCapturedStderr());
+              errors.text());
     EXPECT_FALSE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqIAUserKey));
 
     // An existing key keeps its values as they were.
     setCardRemovalCheck(HKEY_CURRENT_USER, kTqIAUserKey, "TRUE");
-    CaptureStderr();
+    CapturedStderr ignoredErrors;
     EXPECT_EQ(11, TqSetKVRIASpringCheck(false));
-    GetCapturedStderr();
+    ignoredErrors.end();
     const auto value = ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqCardRemovalCheckValue);
     EXPECT_EQ((std::vector<BYTE>{'T', 'R', 'U', 'E', 0}), value.data);
     EXPECT_FALSE(ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue).present);
@@ -364,23 +364,23 @@ TEST_F(SpringCheck, SwitchingOffWhileTheAgentIsNotRunningChangesNothing) {
 TEST_F(SpringCheck, AnAgentWhoseAccountCannotBeReadIsNotThisUsersAgent) {
     AgentStandIn agent(kTqKVRAgentExecutable, kLimitedQueryOnly);
     ASSERT_TRUE(agent.running());
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(11, TqSetKVRIASpringCheck(false));
     EXPECT_EQ("TqGetProcessSIDInfo : OpenProcess Failed for Process ID " +
                   std::to_string(agent.processId()) +
                   ". Error Code (0x00000005)\n"
                   "TqSetKVRIASpringCheck : TqIsProcessExecuting unsuccessful. Result Code: "
                   "Process not running\n",
-              GetCapturedStderr());
+              errors.text());
     EXPECT_FALSE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqIAUserKey));
 }
 
 TEST_F(SpringCheck, SwitchingOffWritesFalseAndTheRunningAgentsRecord) {
     AgentStandIn agent(kTqKVRAgentExecutable);
     ASSERT_TRUE(agent.running());
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(0, TqSetKVRIASpringCheck(false));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
 
     const auto value = ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqCardRemovalCheckValue);
     ASSERT_TRUE(value.present);
@@ -405,9 +405,9 @@ TEST_F(SpringCheck, SwitchingOffWritesFalseAndTheRunningAgentsRecord) {
 }
 
 TEST_F(SpringCheck, EnablingWhenNothingExistsWritesNothing) {
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(0, TqSetKVRIASpringCheck(true));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     EXPECT_FALSE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqIAUserKey));
 
     zeltest::WriteString(HKEY_CURRENT_USER, kTqIAUserKey, "OtherSetting", "kept");
@@ -424,9 +424,9 @@ TEST_F(SpringCheck, EnablingRemovesTheUsersValueAndRecordOnly) {
     zeltest::WriteString(HKEY_CURRENT_USER, kTqIAUserKey, "OtherSetting", "kept");
     setCardRemovalCheck(HKEY_LOCAL_MACHINE, kTqIAPolicyKey, "1");
 
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(0, TqSetKVRIASpringCheck(true));
-    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ("", errors.text());
     EXPECT_FALSE(ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqCardRemovalCheckValue).present);
     EXPECT_FALSE(ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue).present);
     EXPECT_TRUE(ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, "OtherSetting").present);
@@ -450,10 +450,10 @@ TEST_F(SpringCheck, SwitchingUnderAnUnreadableKeyIsAccessDenied) {
     const std::string failed =
         "TqSetKVRIASpringCheck : RegOpenKeyEx failed to open. Error Code (0x00000005) - " +
         zeltest::SystemText(5) + "\n";
-    CaptureStderr();
+    CapturedStderr errors;
     EXPECT_EQ(16, TqSetKVRIASpringCheck(true));
     EXPECT_EQ(16, TqSetKVRIASpringCheck(false));
-    EXPECT_EQ(failed + failed, GetCapturedStderr());
+    EXPECT_EQ(failed + failed, errors.text());
 }
 
 // The ZelCheck write made to fail through the library's seam: the "False" written just before
@@ -470,25 +470,25 @@ TEST_F(SpringCheck, FailedRecordWriteTakesTheSwitchBack) {
     ASSERT_TRUE(agent.running());
     gTqZelCheckWriteHook = refuseZelCheck;
 
-    CaptureStderr();
+    CapturedStderr refusedWriteErrors;
     EXPECT_EQ(16, TqSetKVRIASpringCheck(false));
     EXPECT_EQ("TqSetZelKVRIAInformation : RegSetValueEx Failed Error Code (0x00000005) - " +
                   zeltest::SystemText(5) +
                   "\n"
                   "TqSetKVRIASpringCheck : TqSetZelKVRIAInformation failed.\n",
-              GetCapturedStderr());
+              refusedWriteErrors.text());
     EXPECT_TRUE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqIAUserKey));
     EXPECT_FALSE(ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqCardRemovalCheckValue).present);
     EXPECT_FALSE(ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue).present);
 
     gTqZelCheckWriteHook = breakZelCheck;
-    CaptureStderr();
+    CapturedStderr brokenWriteErrors;
     EXPECT_EQ(4, TqSetKVRIASpringCheck(false));
     EXPECT_EQ("TqSetZelKVRIAInformation : RegSetValueEx Failed Error Code (0x00000057) - " +
                   zeltest::SystemText(87) +
                   "\n"
                   "TqSetKVRIASpringCheck : TqSetZelKVRIAInformation failed.\n",
-              GetCapturedStderr());
+              brokenWriteErrors.text());
     EXPECT_FALSE(ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqCardRemovalCheckValue).present);
 }
 

@@ -2,6 +2,7 @@
 // package folders in its driver store, with minidriver files built by this project.
 #include "middleware/TqDriverUpdateSearch.h"
 
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 #include "support/Workstation.h"
 
@@ -168,9 +169,9 @@ TEST_F(DriverUpdateSearch, NullArgumentsGiveAnExceptionRecord) {
 
 TEST_F(DriverUpdateSearch, MissingDriverUpdatesKeyIsARegistryFailure) {
     zeltest::DeleteKeyTree(HKEY_LOCAL_MACHINE, zeltest::kDriverUpdatesKey, KEY_WOW64_64KEY);
-    ::testing::internal::CaptureStderr();
+    zeltest::CapturedStderr ignoredErrors;
     EXPECT_EQ(-4, search());
-    ::testing::internal::GetCapturedStderr();
+    ignoredErrors.end();
     EXPECT_EQ(std::vector<std::string>{"{\n\t\"Idemia09MSUpdate\": {\n\t\t\"Detected\": "
                                        "\"false\",\n\t\t\"Exception\": \"Failed to search through "
                                        "registry. Error: (0x0000000f) Requested Resource Does not "

@@ -3,6 +3,7 @@
 
 #include "base/TqOutputTextSeam.h"
 
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 #include "support/Workstation.h"
 
@@ -235,9 +236,9 @@ TEST_F(MiddlewareSearch, NullOutputsDeliverNothing) {
 TEST_F(MiddlewareSearch, UninstallKeyThatCannotBeReadGivesMinus4AndTheReason) {
     workstation.install(gemalto("{ZELTEST-DENIED}"));
     zeltest::DeniedKey denied(HKEY_LOCAL_MACHINE, zeltest::kUninstallKey, KEY_WOW64_64KEY);
-    ::testing::internal::CaptureStderr(); // the registry search reports the failed open
+    zeltest::CapturedStderr ignoredErrors; // the registry search reports the failed open
     const Answer answer = search(&kGemalto);
-    ::testing::internal::GetCapturedStderr();
+    ignoredErrors.end();
     EXPECT_EQ(-4, answer.result);
     EXPECT_EQ("{\n\t\"GemaltoMiddleware\": {\n\t\t\"Detected\": \"false\",\n\t\t\"Exception\": "
               "\"Failed to search through registry. Error: (0x00000010) Access Denied.\"\n\t}\n}",
@@ -284,9 +285,9 @@ TEST_F(MiddlewareSearch, OTNotInstalledAndFailures) {
               log.bodies());
 
     zeltest::DeniedKey denied(HKEY_LOCAL_MACHINE, zeltest::kUninstallKey, KEY_WOW64_64KEY);
-    ::testing::internal::CaptureStderr();
+    zeltest::CapturedStderr ignoredErrors;
     answer = searchOT();
-    ::testing::internal::GetCapturedStderr();
+    ignoredErrors.end();
     EXPECT_EQ(-4, answer.result);
     EXPECT_EQ("{\n\t\"OTMiddleware\": {\n\t\t\"Detected\": \"false\",\n\t\t\"Exception\": "
               "\"Failed to search through registry. Error: (0x00000010) Access Denied.\"\n\t}\n}",

@@ -1,4 +1,5 @@
 #include "middleware/TqNameFilters.h"
+#include "support/CallerTrace.h"
 
 #include <gtest/gtest.h>
 
@@ -15,13 +16,17 @@ Outcome run(TqNameFilter filter, const std::string& displayName) {
     return {accepted, platform};
 }
 
-void expectAccepted(TqNameFilter filter, const std::string& name, const std::string& platform) {
+void expectAccepted(TqNameFilter filter, const std::string& name, const std::string& platform,
+                    zeltest::CallSite caller = zeltest::CallSite::current()) {
+    const zeltest::CallerTrace trace(caller);
     const Outcome outcome = run(filter, name);
     EXPECT_TRUE(outcome.accepted) << name;
     EXPECT_EQ(platform, outcome.platform) << name;
 }
 
-void expectRejected(TqNameFilter filter, const std::string& name) {
+void expectRejected(TqNameFilter filter, const std::string& name,
+                    zeltest::CallSite caller = zeltest::CallSite::current()) {
+    const zeltest::CallerTrace trace(caller);
     const Outcome outcome = run(filter, name);
     EXPECT_FALSE(outcome.accepted) << name;
     EXPECT_EQ("unchanged", outcome.platform) << name; // written only on acceptance

@@ -4,6 +4,7 @@
 #include "logging/ZelLogger.h"
 #include "base/TqOutputTextSeam.h"
 
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 #include "support/Workstation.h"
 
@@ -161,9 +162,9 @@ TEST_F(SupportedMiddleware, SecondIdemiaNameIsTriedWhenTheFirstFindsNothing) {
 TEST_F(SupportedMiddleware, FailedInstalledProgramSearchesLeaveOutRowsOneAndTwoOnly) {
     installTypicalWorkstation();
     zeltest::DeniedKey denied(HKEY_LOCAL_MACHINE, zeltest::kUninstallKey, KEY_WOW64_64KEY);
-    ::testing::internal::CaptureStderr();
+    zeltest::CapturedStderr ignoredErrors;
     const Answer answer = detect();
-    ::testing::internal::GetCapturedStderr();
+    ignoredErrors.end();
     EXPECT_EQ(0, answer.result);
     const std::string reason =
         "Failed to search through registry. Error: (0x00000010) Access Denied.";
@@ -182,9 +183,9 @@ TEST_F(SupportedMiddleware, FailedInstalledProgramSearchesLeaveOutRowsOneAndTwoO
 
 TEST_F(SupportedMiddleware, FailedDriverSearchesLeaveOutRowsFourAndSix) {
     zeltest::DeleteKeyTree(HKEY_LOCAL_MACHINE, zeltest::kDriverUpdatesKey, KEY_WOW64_64KEY);
-    ::testing::internal::CaptureStderr();
+    zeltest::CapturedStderr ignoredErrors;
     const Answer answer = detect();
-    ::testing::internal::GetCapturedStderr();
+    ignoredErrors.end();
     EXPECT_EQ(0, answer.result);
     EXPECT_EQ(document({kNothingInstalled[0], kNothingInstalled[1], kNothingInstalled[2],
                         kNothingInstalled[4]}),
@@ -195,9 +196,9 @@ TEST_F(SupportedMiddleware, RowsThreeAndFiveAreJoinedEvenWhenEverySearchFails) {
     // So the document is never empty this way, and the "nothing joined" code 4 does not occur.
     zeltest::DeniedKey uninstall(HKEY_LOCAL_MACHINE, zeltest::kUninstallKey, KEY_WOW64_64KEY);
     zeltest::DeleteKeyTree(HKEY_LOCAL_MACHINE, zeltest::kDriverUpdatesKey, KEY_WOW64_64KEY);
-    ::testing::internal::CaptureStderr();
+    zeltest::CapturedStderr ignoredErrors;
     const Answer answer = detect();
-    ::testing::internal::GetCapturedStderr();
+    ignoredErrors.end();
     EXPECT_EQ(0, answer.result);
     const std::string reason =
         "Failed to search through registry. Error: (0x00000010) Access Denied.";
@@ -231,12 +232,12 @@ TEST(CombineMWResults, FirstRecordOpensTheDocumentAndLaterOnesFollowAComma) {
 
 TEST(CombineMWResults, RecordWithoutBracesIsReportedAndSkipped) {
     std::ostringstream document;
-    ::testing::internal::CaptureStderr();
+    zeltest::CapturedStderr errors;
     TqCombineMWResults(document, "no braces at all");
     TqCombineMWResults(document, "{ only an opening one");
     EXPECT_EQ("TqCombineMWResults : Exception Occurred - The JSON record has no opening brace.\n"
               "TqCombineMWResults : Exception Occurred - The JSON record has no closing brace.\n",
-              ::testing::internal::GetCapturedStderr());
+              errors.text());
     EXPECT_EQ("", document.str());
 }
 

@@ -83,9 +83,11 @@ void stopAndDelete(SC_HANDLE service, const std::string& name) {
 
 } // namespace
 
-AgentStandIn::AgentStandIn(const std::string& executableName, const char* processSddl)
-    : folder_(tempFolder() + "zel-agent-" + uniqueSuffix()),
+AgentStandIn::AgentStandIn(const std::string& executableName, const char* processSddl,
+                           CallSite caller)
+    : made_(caller), folder_(tempFolder() + "zel-agent-" + uniqueSuffix()),
       imagePath_(folder_ + "\\" + executableName) {
+    const CallerTrace trace(caller);
     if (!::CreateDirectoryA(folder_.c_str(), nullptr)) {
         ADD_FAILURE() << "CreateDirectory failed (" << ::GetLastError() << "): " << folder_;
         return;
@@ -138,14 +140,15 @@ AgentStandIn::AgentStandIn(const std::string& executableName, const char* proces
 
 AgentStandIn::~AgentStandIn() {
     if (process_) {
-        Stop();
+        Stop(made_);
         process_.reset();
     }
     deleteFileSoon(imagePath_);
     ::RemoveDirectoryA(folder_.c_str());
 }
 
-bool AgentStandIn::Stop() {
+bool AgentStandIn::Stop(CallSite caller) {
+    const CallerTrace trace(caller);
     if (!process_) {
         return false;
     }
@@ -161,8 +164,10 @@ bool AgentStandIn::Stop() {
     return exitCode == 0;
 }
 
-KitService::KitService(const std::string& name)
-    : name_(name), manager_(::OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)) {
+KitService::KitService(const std::string& name, CallSite caller)
+    : made_(caller), name_(name),
+      manager_(::OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)) {
+    const CallerTrace trace(caller);
     if (!manager_) {
         ADD_FAILURE() << "OpenSCManager failed: " << ::GetLastError();
         return;
@@ -182,12 +187,14 @@ KitService::~KitService() {
     if (!service_) {
         return;
     }
+    const CallerTrace trace(made_);
     stopAndDelete(service_.get(), name_);
     service_.reset();
     waitUntilServiceGone(manager_.get(), name_);
 }
 
-bool KitService::Start() {
+bool KitService::Start(CallSite caller) {
+    const CallerTrace trace(caller);
     if (!::StartServiceA(service_.get(), 0, nullptr)) {
         ADD_FAILURE() << "StartService '" << name_ << "' failed: " << ::GetLastError();
         return false;
@@ -195,15 +202,18 @@ bool KitService::Start() {
     return waitForState(SERVICE_RUNNING);
 }
 
-bool KitService::Pause() {
+bool KitService::Pause(CallSite caller) {
+    const CallerTrace trace(caller);
     return control(SERVICE_CONTROL_PAUSE, SERVICE_PAUSED);
 }
 
-bool KitService::Continue() {
+bool KitService::Continue(CallSite caller) {
+    const CallerTrace trace(caller);
     return control(SERVICE_CONTROL_CONTINUE, SERVICE_RUNNING);
 }
 
-bool KitService::Stop() {
+bool KitService::Stop(CallSite caller) {
+    const CallerTrace trace(caller);
     return control(SERVICE_CONTROL_STOP, SERVICE_STOPPED);
 }
 
@@ -228,7 +238,8 @@ bool KitService::waitForState(DWORD expectedState) const {
     return reached;
 }
 
-void RemoveService(const std::string& name) {
+void RemoveService(const std::string& name, CallSite caller) {
+    const CallerTrace trace(caller);
     const TqUniqueServiceHandle manager(::OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     if (!manager) {
         ADD_FAILURE() << "OpenSCManager failed: " << ::GetLastError();

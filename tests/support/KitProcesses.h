@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include "base/TqUniqueResource.h"
+#include "support/CallerTrace.h"
 
 #include <string>
 
@@ -18,7 +19,8 @@ class AgentStandIn {
 public:
     // processSddl, when given, becomes the security descriptor of the new process object
     // ("D:(D;;0x1fffff;;;WD)" lets nobody open it, for example).
-    explicit AgentStandIn(const std::string& executableName, const char* processSddl = nullptr);
+    explicit AgentStandIn(const std::string& executableName, const char* processSddl = nullptr,
+                          CallSite caller = CallSite::current());
     ~AgentStandIn();
     AgentStandIn(const AgentStandIn&) = delete;
     AgentStandIn& operator=(const AgentStandIn&) = delete;
@@ -32,9 +34,10 @@ public:
 
     // Signals the program to end and waits for it (terminates it after 10 s). True when it
     // ended with exit code 0.
-    bool Stop();
+    bool Stop(CallSite caller = CallSite::current());
 
 private:
+    CallSite made_; // the test's line that made it, which its clean-up also reports
     std::string folder_;
     std::string imagePath_;
     TqUniqueHandle stopEvent_;
@@ -50,7 +53,8 @@ inline constexpr const char* kCardCheckerServiceName = "KVR Card Checker";
 // leftover service of that name is removed first. Stopped and deleted at destruction.
 class KitService {
 public:
-    explicit KitService(const std::string& name = kCardCheckerServiceName);
+    explicit KitService(const std::string& name = kCardCheckerServiceName,
+                        CallSite caller = CallSite::current());
     ~KitService();
     KitService(const KitService&) = delete;
     KitService& operator=(const KitService&) = delete;
@@ -59,10 +63,10 @@ public:
 
     // Each drives the service and waits (up to 10 s) until it reports the state; true when it
     // did. Failures are also reported to the running test.
-    bool Start();
-    bool Pause();
-    bool Continue();
-    bool Stop();
+    bool Start(CallSite caller = CallSite::current());
+    bool Pause(CallSite caller = CallSite::current());
+    bool Continue(CallSite caller = CallSite::current());
+    bool Stop(CallSite caller = CallSite::current());
 
     // The current state, or 0 when it cannot be queried.
     DWORD state() const;
@@ -71,12 +75,13 @@ private:
     bool control(DWORD code, DWORD expectedState);
     bool waitForState(DWORD expectedState) const;
 
+    CallSite made_; // the test's line that made it, which its clean-up also reports
     std::string name_;
     TqUniqueServiceHandle manager_;
     TqUniqueServiceHandle service_;
 };
 
 // Stops and deletes a service of that name if one exists, and waits until it is gone.
-void RemoveService(const std::string& name);
+void RemoveService(const std::string& name, CallSite caller = CallSite::current());
 
 } // namespace zeltest

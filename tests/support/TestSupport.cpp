@@ -74,7 +74,8 @@ std::string ScratchLogFile::contents() const {
     return readWholeFile(path_);
 }
 
-std::vector<std::string> ScratchLogFile::bodies() const {
+std::vector<std::string> ScratchLogFile::bodies(CallSite caller) const {
+    const CallerTrace trace(caller);
     static const std::regex prefix(
         R"(^\[([0-9]{1,2})-([0-9]{1,2})-([0-9]{4}) ([0-9]{2}):([0-9]{2}):([0-9]{2}):([0-9]{3})\]\[PID 0x([0-9A-F]{8})\]([\s\S]*)$)");
     char thread[16];
@@ -126,7 +127,8 @@ bool KeyExists(HKEY root, const std::string& path, REGSAM view) {
     return ::RegOpenKeyExA(root, path.c_str(), 0, KEY_READ | view, key.put()) == ERROR_SUCCESS;
 }
 
-void CreateKey(HKEY root, const std::string& path, REGSAM view) {
+void CreateKey(HKEY root, const std::string& path, REGSAM view, CallSite caller) {
+    const CallerTrace trace(caller);
     TqUniqueRegKey key;
     ASSERT_EQ(ERROR_SUCCESS, ::RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0,
                                                KEY_ALL_ACCESS | view, nullptr, key.put(), nullptr))
@@ -149,24 +151,29 @@ void setValue(HKEY root, const std::string& path, const char* name, DWORD type, 
 } // namespace
 
 void WriteValue(HKEY root, const std::string& path, const char* name, DWORD type,
-                const std::vector<BYTE>& data, REGSAM view) {
+                const std::vector<BYTE>& data, REGSAM view, CallSite caller) {
+    const CallerTrace trace(caller);
     setValue(root, path, name, type, data.data(), static_cast<DWORD>(data.size()), view);
 }
 
-void WriteDword(HKEY root, const std::string& path, const char* name, DWORD value, REGSAM view) {
+void WriteDword(HKEY root, const std::string& path, const char* name, DWORD value, REGSAM view,
+                CallSite caller) {
+    const CallerTrace trace(caller);
     const BYTE* bytes = reinterpret_cast<const BYTE*>(&value);
     WriteValue(root, path, name, REG_DWORD, std::vector<BYTE>(bytes, bytes + sizeof value), view);
 }
 
 void WriteString(HKEY root, const std::string& path, const char* name, const std::string& value,
-                 REGSAM view) {
+                 REGSAM view, CallSite caller) {
+    const CallerTrace trace(caller);
     std::vector<BYTE> bytes(value.begin(), value.end());
     bytes.push_back(0);
     WriteValue(root, path, name, REG_SZ, bytes, view);
 }
 
 void WriteExactValue(HKEY root, const std::string& path, const char* name, DWORD type,
-                     const std::vector<BYTE>& data, REGSAM view) {
+                     const std::vector<BYTE>& data, REGSAM view, CallSite caller) {
+    const CallerTrace trace(caller);
     std::vector<BYTE> guarded = data;
     guarded.push_back('#');
     setValue(root, path, name, type, guarded.data(), static_cast<DWORD>(data.size()), view);
@@ -192,7 +199,8 @@ StoredValue ReadValue(HKEY root, const std::string& path, const char* name, REGS
     return value;
 }
 
-DeniedKey::DeniedKey(HKEY root, const std::string& path, REGSAM view) {
+DeniedKey::DeniedKey(HKEY root, const std::string& path, REGSAM view, CallSite caller) {
+    const CallerTrace trace(caller);
     EXPECT_EQ(ERROR_SUCCESS, ::RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0,
                                                KEY_ALL_ACCESS | view, nullptr, key_.put(), nullptr))
         << path;
@@ -231,7 +239,8 @@ BOOL CreateTestProcess(const char* application, std::string& commandLine,
     return started;
 }
 
-ProcessResult RunProgram(const std::string& commandLine) {
+ProcessResult RunProgram(const std::string& commandLine, CallSite caller) {
+    const CallerTrace trace(caller);
     ProcessResult result;
     const std::string outPath = uniqueTempPath("zel-out", ".txt");
     const std::string errPath = uniqueTempPath("zel-err", ".txt");
@@ -265,8 +274,9 @@ ProcessResult RunProgram(const std::string& commandLine) {
     return result;
 }
 
-PlatformDll::PlatformDll()
+PlatformDll::PlatformDll(CallSite caller)
     : module_(::LoadLibraryA(BuiltFile("ZelPlatformMethods64.dll").c_str())) {
+    const CallerTrace trace(caller);
     if (!module_) {
         ADD_FAILURE() << "LoadLibrary failed: " << ::GetLastError();
         return;

@@ -6,6 +6,7 @@
 
 #include "ZelPlatformMethods64.h"
 #include "base/TqUniqueResource.h"
+#include "support/CallerTrace.h"
 
 #include <string>
 #include <vector>
@@ -34,7 +35,7 @@ public:
     // The lines with the "[timestamp][PID 0x...]" prefix checked and removed: what remains
     // starts at the level, "[INFO] TqZelDLLPlatform::getEnrollmentMode : Entered". A line
     // without that prefix, or with another thread's id, fails the test and is kept whole.
-    std::vector<std::string> bodies() const;
+    std::vector<std::string> bodies(CallSite caller = CallSite::current()) const;
 
 private:
     std::string path_;
@@ -43,17 +44,21 @@ private:
 // Registry of the prefix. view is 0, KEY_WOW64_64KEY or KEY_WOW64_32KEY.
 void DeleteKeyTree(HKEY root, const std::string& path, REGSAM view = 0);
 bool KeyExists(HKEY root, const std::string& path, REGSAM view = 0);
-void CreateKey(HKEY root, const std::string& path, REGSAM view = 0);
+void CreateKey(HKEY root, const std::string& path, REGSAM view = 0,
+               CallSite caller = CallSite::current());
 void WriteValue(HKEY root, const std::string& path, const char* name, DWORD type,
-                const std::vector<BYTE>& data, REGSAM view = 0);
-void WriteDword(HKEY root, const std::string& path, const char* name, DWORD value, REGSAM view = 0);
+                const std::vector<BYTE>& data, REGSAM view = 0,
+                CallSite caller = CallSite::current());
+void WriteDword(HKEY root, const std::string& path, const char* name, DWORD value, REGSAM view = 0,
+                CallSite caller = CallSite::current());
 void WriteString(HKEY root, const std::string& path, const char* name, const std::string& value,
-                 REGSAM view = 0);
+                 REGSAM view = 0, CallSite caller = CallSite::current());
 // Stores exactly these bytes, also for string types: RegSetValueExA adds a terminating NUL to
 // string data whenever the byte after the given count happens to be NUL, so the helper puts a
 // non-NUL byte there. Use it for string data stored without a terminator.
 void WriteExactValue(HKEY root, const std::string& path, const char* name, DWORD type,
-                     const std::vector<BYTE>& data, REGSAM view = 0);
+                     const std::vector<BYTE>& data, REGSAM view = 0,
+                     CallSite caller = CallSite::current());
 
 struct StoredValue {
     bool present = false;
@@ -66,7 +71,8 @@ StoredValue ReadValue(HKEY root, const std::string& path, const char* name, REGS
 // handle, opened before, puts the old security back at the end.
 class DeniedKey {
 public:
-    DeniedKey(HKEY root, const std::string& path, REGSAM view = 0);
+    DeniedKey(HKEY root, const std::string& path, REGSAM view = 0,
+              CallSite caller = CallSite::current());
     ~DeniedKey();
     DeniedKey(const DeniedKey&) = delete;
     DeniedKey& operator=(const DeniedKey&) = delete;
@@ -88,12 +94,12 @@ struct ProcessResult {
     std::string out;
     std::string err;
 };
-ProcessResult RunProgram(const std::string& commandLine);
+ProcessResult RunProgram(const std::string& commandLine, CallSite caller = CallSite::current());
 
 // The built ZelPlatformMethods64.dll, loaded the way the client loads it.
 class PlatformDll {
 public:
-    PlatformDll();
+    explicit PlatformDll(CallSite caller = CallSite::current());
     const ZelPlatformExportedInterface& api() const { return table_; }
     HMODULE module() const { return module_.get(); }
 

@@ -50,11 +50,13 @@ zelkit::CardState ValidOberthurCardState() {
     return state;
 }
 
-void WriteCardState(const zelkit::CardState& state) {
+void WriteCardState(const zelkit::CardState& state, CallSite caller) {
+    const CallerTrace trace(caller);
     ASSERT_TRUE(zelkit::SaveCardState(state)) << zelkit::CardStatePath();
 }
 
-zelkit::CardState ReadCardState() {
+zelkit::CardState ReadCardState(CallSite caller) {
+    const CallerTrace trace(caller);
     zelkit::CardState state;
     EXPECT_TRUE(zelkit::LoadCardState(state)) << zelkit::CardStatePath();
     return state;
@@ -64,7 +66,8 @@ void RemoveCardState() {
     ::DeleteFileA(zelkit::CardStatePath().c_str());
 }
 
-void RegisterKitMinidriver(const zelkit::CardState& state) {
+void RegisterKitMinidriver(const zelkit::CardState& state, CallSite caller) {
+    const CallerTrace trace(caller);
     const std::string target = systemFolder() + kKitMinidriverFile;
     // A copy left by an earlier test of this run may still be mapped: it is the same file.
     if (!::CopyFileA(BuiltFile("kit_minidriver.dll").c_str(), target.c_str(), FALSE)) {
@@ -85,7 +88,8 @@ void UnregisterKitMinidriver() {
     DeleteKeyTree(HKEY_LOCAL_MACHINE, CalaisCardKey(kKitCardName));
 }
 
-void RegisterKitCsp() {
+void RegisterKitCsp(CallSite caller) {
+    const CallerTrace trace(caller);
     WriteString(HKEY_LOCAL_MACHINE, CspProviderKey(kBaseCspName), "Image Path",
                 BuiltFile("kit_csp.dll"));
     WriteDword(HKEY_LOCAL_MACHINE, CspProviderKey(kBaseCspName), "Type", 1);
@@ -95,7 +99,8 @@ void UnregisterKitCsp() {
     DeleteKeyTree(HKEY_LOCAL_MACHINE, CspProviderKey(kBaseCspName));
 }
 
-VirtualCard::VirtualCard(const zelkit::CardState& state) {
+VirtualCard::VirtualCard(const zelkit::CardState& state, CallSite caller) {
+    const CallerTrace trace(caller);
     DeleteKeyTree(HKEY_CURRENT_USER, kEnrollmentKey);
     WriteCardState(state);
     RegisterKitMinidriver(state);

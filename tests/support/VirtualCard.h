@@ -3,6 +3,7 @@
 #pragma once
 
 #include "KitCardState.h"
+#include "support/CallerTrace.h"
 
 #include <string>
 
@@ -24,23 +25,25 @@ zelkit::CardState OberthurCardState();
 // empty "Default Key Container".
 zelkit::CardState ValidOberthurCardState();
 
-void WriteCardState(const zelkit::CardState& state);
-zelkit::CardState ReadCardState(); // fails the test when there is none
+void WriteCardState(const zelkit::CardState& state, CallSite caller = CallSite::current());
+// Fails the test when there is none.
+zelkit::CardState ReadCardState(CallSite caller = CallSite::current());
 void RemoveCardState();
 
 // Copies the kit minidriver into system32 as kKitMinidriverFile and writes the card's entry
 // (ATR, mask, "80000001", "Crypto Provider", "Smart Card Key Storage Provider").
-void RegisterKitMinidriver(const zelkit::CardState& state);
+void RegisterKitMinidriver(const zelkit::CardState& state, CallSite caller = CallSite::current());
 void UnregisterKitMinidriver();
 // Registers the kit CSP under kBaseCspName ("Image Path" to the built kit_csp.dll, "Type" 1).
-void RegisterKitCsp();
+void RegisterKitCsp(CallSite caller = CallSite::current());
 void UnregisterKitCsp();
 
 // A card in the reader for the length of a test: state written, minidriver and CSP registered,
 // all of it removed again at the end (with the enrollment setting the CSP reads).
 class VirtualCard {
 public:
-    explicit VirtualCard(const zelkit::CardState& state = OberthurCardState());
+    explicit VirtualCard(const zelkit::CardState& state = OberthurCardState(),
+                         CallSite caller = CallSite::current());
     ~VirtualCard();
     VirtualCard(const VirtualCard&) = delete;
     VirtualCard& operator=(const VirtualCard&) = delete;

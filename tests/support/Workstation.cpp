@@ -68,13 +68,15 @@ std::vector<BYTE> InstallDateBytes(std::uint64_t date) {
     return bytes;
 }
 
-std::string Workstation::driverStoreFolder() {
+std::string Workstation::driverStoreFolder(CallSite caller) {
+    const CallerTrace trace(caller);
     char system[MAX_PATH];
     EXPECT_EQ(S_OK, ::SHGetFolderPathA(nullptr, CSIDL_SYSTEM, nullptr, 0, system));
     return std::string(system) + "\\DriverStore\\FileRepository";
 }
 
-Workstation::Workstation() {
+Workstation::Workstation(CallSite caller) : made_(caller) {
+    const CallerTrace trace(caller);
     removeEverything();
     // Every Windows machine has these keys; a fresh prefix does not.
     CreateKey(HKEY_LOCAL_MACHINE, kUninstallKey, KEY_WOW64_64KEY);
@@ -83,6 +85,7 @@ Workstation::Workstation() {
 }
 
 Workstation::~Workstation() {
+    const CallerTrace trace(made_);
     removeEverything();
 }
 
@@ -93,7 +96,8 @@ void Workstation::removeEverything() {
     removeMarkedFolders(driverStoreFolder());
 }
 
-void Workstation::install(const InstalledProgram& program, REGSAM view) {
+void Workstation::install(const InstalledProgram& program, REGSAM view, CallSite caller) {
+    const CallerTrace trace(caller);
     ASSERT_NE(std::string::npos, program.entry.find("ZELTEST")) << program.entry;
     const std::string key = std::string(kUninstallKey) + "\\" + program.entry;
     WriteString(HKEY_LOCAL_MACHINE, key, "DisplayName", program.displayName, view);
@@ -114,7 +118,8 @@ void Workstation::install(const InstalledProgram& program, REGSAM view) {
     WriteDword(HKEY_LOCAL_MACHINE, key, "EstimatedSize", 20480, view);
 }
 
-void Workstation::install(const DriverPackage& package) {
+void Workstation::install(const DriverPackage& package, CallSite caller) {
+    const CallerTrace trace(caller);
     ASSERT_NE(std::string::npos, package.entry.find("ZELTEST")) << package.entry;
     ASSERT_NE(std::string::npos, package.packageId.find("zeltest")) << package.packageId;
     const std::string key = std::string(kDriverUpdatesKey) + "\\" + package.entry;

@@ -5,6 +5,8 @@
 
 #include <windows.h>
 
+#include "support/CallerTrace.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -43,18 +45,21 @@ std::vector<BYTE> InstallDateBytes(std::uint64_t date);
 
 class Workstation {
 public:
-    Workstation();
+    explicit Workstation(CallSite caller = CallSite::current());
     ~Workstation();
     Workstation(const Workstation&) = delete;
     Workstation& operator=(const Workstation&) = delete;
 
-    void install(const InstalledProgram& program, REGSAM view = KEY_WOW64_64KEY);
-    void install(const DriverPackage& package);
+    void install(const InstalledProgram& program, REGSAM view = KEY_WOW64_64KEY,
+                 CallSite caller = CallSite::current());
+    void install(const DriverPackage& package, CallSite caller = CallSite::current());
 
-    static std::string driverStoreFolder();
+    static std::string driverStoreFolder(CallSite caller = CallSite::current());
 
 private:
     static void removeEverything();
+
+    CallSite made_; // the test's line that made it, which its clean-up also reports
 };
 
 } // namespace zeltest

@@ -17,9 +17,6 @@
 namespace {
 
 constexpr DWORD kNotImplemented = static_cast<DWORD>(E_NOTIMPL);
-constexpr DWORD kUnknownReader = 0x80100009;
-constexpr DWORD kNoSmartcard = 0x8010000C;
-constexpr DWORD kNoSuchCertificate = 0x8010002C;
 
 struct Provider {
     std::string reader;
@@ -89,10 +86,10 @@ __declspec(dllexport) BOOL WINAPI
     splitContainer(container, reader, name);
     zelkit::CardState state;
     if (!zelkit::LoadCardState(state) || (!reader.empty() && reader != state.reader)) {
-        return fail(kUnknownReader);
+        return fail(static_cast<DWORD>(SCARD_E_UNKNOWN_READER));
     }
     if (!state.inserted) {
-        return fail(kNoSmartcard);
+        return fail(static_cast<DWORD>(SCARD_E_NO_SMARTCARD));
     }
     auto provider = new Provider;
     provider->reader = state.reader;
@@ -189,7 +186,7 @@ __declspec(dllexport) BOOL WINAPI CPGetKeyParam(HCRYPTPROV, HCRYPTKEY keyHandle,
     }
     if (parameter == KP_CERTIFICATE) {
         if (key->certificate.empty()) {
-            return fail(kNoSuchCertificate);
+            return fail(static_cast<DWORD>(SCARD_E_NO_SUCH_CERTIFICATE));
         }
         return copyOut(key->certificate.data(), static_cast<DWORD>(key->certificate.size()), data,
                        length);

@@ -12,17 +12,6 @@
 
 namespace {
 
-constexpr DWORD kInvalidParameter = 0x80100004;
-constexpr DWORD kInvalidHandle = 0x80100003;
-constexpr DWORD kNoMemory = 0x80100006;
-constexpr DWORD kUnknownCard = 0x8010000D;
-constexpr DWORD kUnsupported = 0x80100022;
-constexpr DWORD kFileNotFound = 0x80100024;
-constexpr DWORD kSecurityViolation = 0x8010006A;
-constexpr DWORD kWrongPin = 0x8010006B;
-constexpr DWORD kRemovedCard = 0x80100069;
-constexpr DWORD kReadOnlyCard = 0x80100034;
-
 struct Session {
     bool userAuthenticated = false;
 };
@@ -47,18 +36,18 @@ std::string hex(const BYTE* data, DWORD size) {
 }
 
 DWORD WINAPI unsupported() {
-    return kUnsupported;
+    return SCARD_E_UNSUPPORTED_FEATURE;
 }
 
 DWORD WINAPI deleteContext(PCARD_DATA card) {
     Session* session = sessionOf(card);
     if (session == nullptr) {
-        return kInvalidParameter;
+        return SCARD_E_INVALID_PARAMETER;
     }
     card->pfnCspFree(session);
     card->pvVendorSpecific = nullptr;
     zelkit::RecordEvent("CardDeleteContext");
-    return 0;
+    return SCARD_S_SUCCESS;
 }
 
 DWORD WINAPI authenticatePin(PCARD_DATA card, LPWSTR user, PBYTE pin, DWORD pinLength,
@@ -66,7 +55,7 @@ DWORD WINAPI authenticatePin(PCARD_DATA card, LPWSTR user, PBYTE pin, DWORD pinL
     Session* session = sessionOf(card);
     if (session == nullptr || user == nullptr || pin == nullptr ||
         std::wcscmp(user, wszCARD_USER_USER) != 0) {
-        return kInvalidParameter;
+        return SCARD_E_INVALID_PARAMETER;
     }
     bool correct = false;
     zelkit::UpdateCardState([&](zelkit::CardState& state) {
@@ -79,28 +68,28 @@ DWORD WINAPI authenticatePin(PCARD_DATA card, LPWSTR user, PBYTE pin, DWORD pinL
         if (attemptsRemaining != nullptr) {
             *attemptsRemaining = 2;
         }
-        return kWrongPin;
+        return SCARD_W_WRONG_CHV;
     }
     session->userAuthenticated = true;
-    return 0;
+    return SCARD_S_SUCCESS;
 }
 
 DWORD WINAPI deauthenticate(PCARD_DATA card, LPWSTR, DWORD) {
     Session* session = sessionOf(card);
     if (session == nullptr) {
-        return kInvalidParameter;
+        return SCARD_E_INVALID_PARAMETER;
     }
     session->userAuthenticated = false;
-    return 0;
+    return SCARD_S_SUCCESS;
 }
 
 DWORD WINAPI readFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags, PBYTE* data,
                       PDWORD size) {
     if (sessionOf(card) == nullptr || data == nullptr || size == nullptr || flags != 0) {
-        return kInvalidParameter;
+        return SCARD_E_INVALID_PARAMETER;
     }
     if (!isCacheFile(directory, file)) {
-        return kFileNotFound;
+        return SCARD_E_FILE_NOT_FOUND;
     }
     wchar_t tag[] = L"cardcf";
     DWORD lookup = ERROR_NOT_FOUND;
@@ -108,21 +97,21 @@ DWORD WINAPI readFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags,
         lookup = card->pfnCspCacheLookupFile(card->pvCacheContext, tag, 0, data, size);
         zelkit::RecordEvent("CspCacheLookupFile cardcf answered " + std::to_string(lookup));
     }
-    if (lookup == 0) {
+    if (lookup == SCARD_S_SUCCESS) {
         zelkit::RecordEvent("CardReadFile cardcf from the cache");
-        return 0;
+        return SCARD_S_SUCCESS;
     }
     zelkit::CardState state;
     if (!zelkit::LoadCardState(state)) {
-        return kInvalidHandle;
+        return SCARD_E_INVALID_HANDLE;
     }
     if (!state.inserted) {
-        return kRemovedCard;
+        return SCARD_W_REMOVED_CARD;
     }
     const DWORD length = static_cast<DWORD>(state.cardcf.size());
     *data = static_cast<PBYTE>(card->pfnCspAlloc(length != 0 ? length : 1));
     if (*data == nullptr) {
-        return kNoMemory;
+        return SCARD_E_NO_MEMORY;
     }
     std::memcpy(*data, state.cardcf.data(), length);
     *size = length;
@@ -132,44 +121,44 @@ DWORD WINAPI readFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags,
     if (card->pfnCspCacheAddFile != nullptr) {
         card->pfnCspCacheAddFile(card->pvCacheContext, tag, 0, *data, length);
     }
-    return 0;
+    return SCARD_S_SUCCESS;
 }
 
 DWORD WINAPI writeFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags, PBYTE data,
                        DWORD size) {
     Session* session = sessionOf(card);
     if (session == nullptr || data == nullptr || flags != 0) {
-        return kInvalidParameter;
+        return SCARD_E_INVALID_PARAMETER;
     }
     if (!isCacheFile(directory, file)) {
-        return kFileNotFound;
+        return SCARD_E_FILE_NOT_FOUND;
     }
     if (!session->userAuthenticated) {
-        return kSecurityViolation;
+        return SCARD_W_SECURITY_VIOLATION;
     }
     zelkit::CardState state;
     if (!zelkit::LoadCardState(state)) {
-        return kInvalidHandle;
+        return SCARD_E_INVALID_HANDLE;
     }
     if (!state.inserted) {
-        return kRemovedCard;
+        return SCARD_W_REMOVED_CARD;
     }
     if (state.readOnly) {
-        return kReadOnlyCard;
+        return SCARD_E_READ_ONLY_CARD;
     }
     zelkit::UpdateCardState([&](zelkit::CardState& state) {
         state.cardcf.assign(data, data + size);
         ++state.cacheBumps;
         state.events.push_back("CardWriteFile cardcf " + hex(data, size));
     });
-    return 0;
+    return SCARD_S_SUCCESS;
 }
 
 } // namespace
 
 extern "C" __declspec(dllexport) DWORD WINAPI CardAcquireContext(PCARD_DATA card, DWORD flags) {
     if (card == nullptr || flags != 0) {
-        return kInvalidParameter;
+        return SCARD_E_INVALID_PARAMETER;
     }
     if (card->dwVersion < CARD_DATA_VERSION_FOUR) {
         return ERROR_REVISION_MISMATCH;
@@ -177,12 +166,12 @@ extern "C" __declspec(dllexport) DWORD WINAPI CardAcquireContext(PCARD_DATA card
     if (card->pfnCspAlloc == nullptr || card->pfnCspReAlloc == nullptr ||
         card->pfnCspFree == nullptr || card->pbAtr == nullptr || card->cbAtr == 0 ||
         card->hSCardCtx == 0 || card->hScard == 0) {
-        return kInvalidParameter;
+        return SCARD_E_INVALID_PARAMETER;
     }
     zelkit::CardState state;
     if (!zelkit::LoadCardState(state) ||
         std::vector<unsigned char>(card->pbAtr, card->pbAtr + card->cbAtr) != state.atr) {
-        return kUnknownCard;
+        return SCARD_E_UNKNOWN_CARD;
     }
     if (state.acquireContextError != 0) {
         zelkit::RecordEvent("CardAcquireContext refused");
@@ -195,7 +184,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI CardAcquireContext(PCARD_DATA card
     }
     auto* session = static_cast<Session*>(card->pfnCspAlloc(sizeof(Session)));
     if (session == nullptr) {
-        return kNoMemory;
+        return SCARD_E_NO_MEMORY;
     }
     new (session) Session;
     card->pvVendorSpecific = session;
@@ -248,5 +237,5 @@ extern "C" __declspec(dllexport) DWORD WINAPI CardAcquireContext(PCARD_DATA card
     }
     zelkit::RecordEvent("CardAcquireContext version " + std::to_string(card->dwVersion) + " " +
                         name);
-    return 0;
+    return SCARD_S_SUCCESS;
 }

@@ -2,8 +2,13 @@
 // this one instead (WINEDLLOVERRIDES=winscard=n, from the test program's folder). One reader,
 // and the card in it, come from the card-state file; the card-type database is the real
 // registry, as on Windows.
+#define WINSCARDAPI __declspec(dllexport)
+
 #include "KitCardState.h"
 #include "base/TqUniqueResource.h"
+
+#include <windows.h>
+#include <winscard.h>
 
 #include <cstring>
 #include <map>
@@ -12,38 +17,29 @@
 
 namespace {
 
-using ScardContext = ULONG_PTR;
-using ScardHandle = ULONG_PTR;
-
-constexpr LONG kSuccess = 0;
-constexpr LONG kInvalidHandle = ERROR_INVALID_HANDLE;
-constexpr LONG kInvalidParameter = static_cast<LONG>(0x80100004);
-constexpr LONG kInvalidValue = static_cast<LONG>(0x80100011);
-constexpr LONG kInsufficientBuffer = static_cast<LONG>(0x80100008);
-constexpr LONG kUnknownReader = static_cast<LONG>(0x80100009);
-constexpr LONG kNoSmartcard = static_cast<LONG>(0x8010000C);
-constexpr LONG kUnknownCard = static_cast<LONG>(0x8010000D);
-constexpr LONG kNotTransacted = static_cast<LONG>(0x80100016);
-constexpr LONG kNoReadersAvailable = static_cast<LONG>(0x8010002E);
-constexpr DWORD kAutoAllocate = 0xFFFFFFFF;
-constexpr DWORD kProtocolT1 = 2;
-constexpr DWORD kStateSpecific = 6;
+// mingw-w64's winscard.h lacks the provider kinds newer than the CSP.
+#ifndef SCARD_PROVIDER_KSP
+#define SCARD_PROVIDER_KSP 3
+#endif
+#ifndef SCARD_PROVIDER_CARD_MODULE
+#define SCARD_PROVIDER_CARD_MODULE 0x80000001
+#endif
 
 struct Connection {
-    ScardContext context = 0;
+    SCARDCONTEXT context = 0;
     bool inTransaction = false;
 };
 
 // Handles are plain numbers, as the service's are; the process is single-threaded in tests.
 ULONG_PTR gNextHandle = 0x2000;
-std::set<ScardContext> gContexts;
-std::map<ScardHandle, Connection> gConnections;
+std::set<SCARDCONTEXT> gContexts;
+std::map<SCARDHANDLE, Connection> gConnections;
 
-bool validContext(ScardContext context) {
+bool validContext(SCARDCONTEXT context) {
     return gContexts.count(context) != 0;
 }
 
-Connection* findConnection(ScardHandle card) {
+Connection* findConnection(SCARDHANDLE card) {
     const auto found = gConnections.find(card);
     return found != gConnections.end() ? &found->second : nullptr;
 }
@@ -52,40 +48,40 @@ Connection* findConnection(ScardHandle card) {
 // query, caller's buffer, or a buffer the service allocates (freed by SCardFreeMemory).
 LONG handOut(const std::string& text, size_t totalLength, LPSTR buffer, LPDWORD length) {
     if (length == nullptr) {
-        return kInvalidParameter;
+        return SCARD_E_INVALID_PARAMETER;
     }
     if (buffer == nullptr) {
         *length = static_cast<DWORD>(totalLength);
-        return kSuccess;
+        return SCARD_S_SUCCESS;
     }
-    if (*length == kAutoAllocate) {
+    if (*length == SCARD_AUTOALLOCATE) {
         char* allocated =
             static_cast<char*>(::HeapAlloc(::GetProcessHeap(), HEAP_ZERO_MEMORY, totalLength));
         if (allocated == nullptr) {
-            return static_cast<LONG>(0x80100006);
+            return SCARD_E_NO_MEMORY;
         }
         std::memcpy(allocated, text.c_str(), text.size());
         *reinterpret_cast<LPSTR*>(buffer) = allocated;
         *length = static_cast<DWORD>(totalLength);
-        return kSuccess;
+        return SCARD_S_SUCCESS;
     }
     if (*length < totalLength) {
         *length = static_cast<DWORD>(totalLength);
-        return kInsufficientBuffer;
+        return SCARD_E_INSUFFICIENT_BUFFER;
     }
     std::memset(buffer, 0, totalLength);
     std::memcpy(buffer, text.c_str(), text.size());
     *length = static_cast<DWORD>(totalLength);
-    return kSuccess;
+    return SCARD_S_SUCCESS;
 }
 
 const char* providerValueName(DWORD providerId) {
     switch (providerId) {
-    case 2:
+    case SCARD_PROVIDER_CSP:
         return "Crypto Provider";
-    case 3:
+    case SCARD_PROVIDER_KSP:
         return "Smart Card Key Storage Provider";
-    case 0x80000001:
+    case SCARD_PROVIDER_CARD_MODULE:
         return "80000001";
     default:
         return nullptr;
@@ -102,150 +98,150 @@ __declspec(dllexport) int ZelKitWinscardMarker() {
 }
 
 __declspec(dllexport) LONG WINAPI
-    SCardEstablishContext(DWORD scope, LPCVOID, LPCVOID, ScardContext* context) {
+    SCardEstablishContext(DWORD scope, LPCVOID, LPCVOID, SCARDCONTEXT* context) {
     if (context == nullptr) {
-        return kInvalidParameter;
+        return SCARD_E_INVALID_PARAMETER;
     }
-    if (scope > 2) {
-        return kInvalidValue;
+    if (scope > SCARD_SCOPE_SYSTEM) {
+        return SCARD_E_INVALID_VALUE;
     }
     *context = gNextHandle++;
     gContexts.insert(*context);
-    return kSuccess;
+    return SCARD_S_SUCCESS;
 }
 
-__declspec(dllexport) LONG WINAPI SCardIsValidContext(ScardContext context) {
-    return validContext(context) ? kSuccess : kInvalidHandle;
+__declspec(dllexport) LONG WINAPI SCardIsValidContext(SCARDCONTEXT context) {
+    return validContext(context) ? SCARD_S_SUCCESS : ERROR_INVALID_HANDLE;
 }
 
-__declspec(dllexport) LONG WINAPI SCardReleaseContext(ScardContext context) {
+__declspec(dllexport) LONG WINAPI SCardReleaseContext(SCARDCONTEXT context) {
     if (gContexts.erase(context) == 0) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     zelkit::RecordEvent("SCardReleaseContext");
-    return kSuccess;
+    return SCARD_S_SUCCESS;
 }
 
 __declspec(dllexport) LONG WINAPI
-    SCardListReadersA(ScardContext context, LPCSTR, LPSTR readers, LPDWORD length) {
+    SCardListReadersA(SCARDCONTEXT context, LPCSTR, LPSTR readers, LPDWORD length) {
     if (context != 0 && !validContext(context)) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     zelkit::CardState state;
     if (!zelkit::LoadCardState(state)) {
-        return kNoReadersAvailable;
+        return SCARD_E_NO_READERS_AVAILABLE;
     }
     return handOut(state.reader, state.reader.size() + 2, readers, length);
 }
 
 __declspec(dllexport) LONG WINAPI
-    SCardConnectA(ScardContext context, LPCSTR reader, DWORD shareMode, DWORD, ScardHandle* card,
+    SCardConnectA(SCARDCONTEXT context, LPCSTR reader, DWORD shareMode, DWORD, SCARDHANDLE* card,
                   LPDWORD activeProtocol) {
     if (!validContext(context)) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     if (reader == nullptr || card == nullptr || activeProtocol == nullptr) {
-        return kInvalidParameter;
+        return SCARD_E_INVALID_PARAMETER;
     }
-    if (shareMode < 1 || shareMode > 3) {
-        return kInvalidValue;
+    if (shareMode < SCARD_SHARE_EXCLUSIVE || shareMode > SCARD_SHARE_DIRECT) {
+        return SCARD_E_INVALID_VALUE;
     }
     zelkit::CardState state;
     if (!zelkit::LoadCardState(state) || state.reader != reader) {
-        return kUnknownReader;
+        return SCARD_E_UNKNOWN_READER;
     }
     if (!state.inserted) {
-        return kNoSmartcard;
+        return SCARD_E_NO_SMARTCARD;
     }
     *card = gNextHandle++;
     gConnections[*card] = Connection{context, false};
-    *activeProtocol = kProtocolT1;
+    *activeProtocol = SCARD_PROTOCOL_T1;
     zelkit::RecordEvent(std::string("SCardConnectA ") + reader);
-    return kSuccess;
+    return SCARD_S_SUCCESS;
 }
 
-__declspec(dllexport) LONG WINAPI SCardDisconnect(ScardHandle card, DWORD disposition) {
+__declspec(dllexport) LONG WINAPI SCardDisconnect(SCARDHANDLE card, DWORD disposition) {
     if (gConnections.erase(card) == 0) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     zelkit::RecordEvent("SCardDisconnect " + std::to_string(disposition));
-    return kSuccess;
+    return SCARD_S_SUCCESS;
 }
 
 __declspec(dllexport) LONG WINAPI
-    SCardStatusA(ScardHandle card, LPSTR readerNames, LPDWORD readerLength, LPDWORD state,
+    SCardStatusA(SCARDHANDLE card, LPSTR readerNames, LPDWORD readerLength, LPDWORD state,
                  LPDWORD protocol, LPBYTE atr, LPDWORD atrLength) {
     if (findConnection(card) == nullptr) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     zelkit::CardState cardState;
     if (!zelkit::LoadCardState(cardState) || !cardState.inserted) {
-        return static_cast<LONG>(0x80100069); // removed since the connect
+        return SCARD_W_REMOVED_CARD; // since the connect
     }
     if (readerLength != nullptr) {
         const LONG named =
             handOut(cardState.reader, cardState.reader.size() + 2, readerNames, readerLength);
-        if (named != kSuccess) {
+        if (named != SCARD_S_SUCCESS) {
             return named;
         }
     }
     if (state != nullptr) {
-        *state = kStateSpecific;
+        *state = SCARD_SPECIFIC;
     }
     if (protocol != nullptr) {
-        *protocol = kProtocolT1;
+        *protocol = SCARD_PROTOCOL_T1;
     }
     if (atrLength != nullptr) {
         const DWORD size = static_cast<DWORD>(cardState.atr.size());
         if (atr != nullptr && *atrLength < size) {
             *atrLength = size;
-            return kInsufficientBuffer;
+            return SCARD_E_INSUFFICIENT_BUFFER;
         }
         if (atr != nullptr) {
             std::memcpy(atr, cardState.atr.data(), size);
         }
         *atrLength = size;
     }
-    return kSuccess;
+    return SCARD_S_SUCCESS;
 }
 
-__declspec(dllexport) LONG WINAPI SCardBeginTransaction(ScardHandle card) {
+__declspec(dllexport) LONG WINAPI SCardBeginTransaction(SCARDHANDLE card) {
     Connection* connection = findConnection(card);
     if (connection == nullptr) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     connection->inTransaction = true;
     zelkit::RecordEvent("SCardBeginTransaction");
-    return kSuccess;
+    return SCARD_S_SUCCESS;
 }
 
-__declspec(dllexport) LONG WINAPI SCardEndTransaction(ScardHandle card, DWORD disposition) {
+__declspec(dllexport) LONG WINAPI SCardEndTransaction(SCARDHANDLE card, DWORD disposition) {
     Connection* connection = findConnection(card);
     if (connection == nullptr) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     zelkit::RecordEvent("SCardEndTransaction " + std::to_string(disposition));
     if (!connection->inTransaction) {
-        return kNotTransacted;
+        return SCARD_E_NOT_TRANSACTED;
     }
     connection->inTransaction = false;
-    return kSuccess;
+    return SCARD_S_SUCCESS;
 }
 
 // As on Windows: the card's entry under the Calais smart-card database names its providers.
 __declspec(dllexport) LONG WINAPI
-    SCardGetCardTypeProviderNameA(ScardContext context, LPCSTR cardName, DWORD providerId,
+    SCardGetCardTypeProviderNameA(SCARDCONTEXT context, LPCSTR cardName, DWORD providerId,
                                   LPSTR provider, LPDWORD length) {
     if (!validContext(context)) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     if (cardName == nullptr || length == nullptr) {
-        return kInvalidParameter;
+        return SCARD_E_INVALID_PARAMETER;
     }
     const char* valueName = providerValueName(providerId);
     if (valueName == nullptr) {
         *length = 0;
-        return kInvalidValue;
+        return SCARD_E_INVALID_VALUE;
     }
     TqUniqueRegKey key;
     const std::string path =
@@ -253,7 +249,7 @@ __declspec(dllexport) LONG WINAPI
     if (::RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.put()) !=
         ERROR_SUCCESS) {
         *length = 0;
-        return kUnknownCard;
+        return SCARD_E_UNKNOWN_CARD;
     }
     char value[512] = {};
     DWORD size = sizeof value - 1;
@@ -268,11 +264,11 @@ __declspec(dllexport) LONG WINAPI
     return handOut(text, text.size() + 1, provider, length);
 }
 
-__declspec(dllexport) LONG WINAPI SCardFreeMemory(ScardContext, LPCVOID memory) {
+__declspec(dllexport) LONG WINAPI SCardFreeMemory(SCARDCONTEXT, LPCVOID memory) {
     if (memory != nullptr) {
         ::HeapFree(::GetProcessHeap(), 0, const_cast<LPVOID>(memory));
     }
-    return kSuccess;
+    return SCARD_S_SUCCESS;
 }
 
 } // extern "C"
