@@ -25,7 +25,7 @@ constexpr const char* kInvalidOutputs = "One or more calling arguments is invali
 
 // A failed worker: its code stays the operation's result, the text names the worker.
 [[noreturn]] void throwWorkerFailure(const char* prefix, int result) {
-    throw std::runtime_error(prefix + TqGetCommonResultText(result));
+    throw TqFailure(prefix + TqGetCommonResultText(result));
 }
 
 constexpr int kCacheClearAttempts = 3;
@@ -65,7 +65,7 @@ int TqZelDLLPlatform::inFrame(const char* function, const char* logFile, char** 
 void TqZelDLLPlatform::requireArguments(bool valid, const char* failureText, int& result) const {
     if (!valid) {
         result = tq::kInvalidArguments;
-        throw std::runtime_error(failureText);
+        throw TqFailure(failureText);
     }
 }
 
@@ -98,9 +98,9 @@ int TqZelDLLPlatform::setEnrollmentMode(TqEnrollmentProvider* provider, const ch
             const CK_RV switched = TqPKCS11SetActiveApplet(applet, logFile);
             result = static_cast<int>(switched);
             if (TqWorkerFailed(TqFailureTest::kNonZero, result)) {
-                throw std::runtime_error("TqPKCS11SetActiveApplet failed. Error Code(" +
-                                         TqGetPKCS11ReturnValueText(switched) + ") - " +
-                                         TqGetCommonResultText(result));
+                throw TqFailure("TqPKCS11SetActiveApplet failed. Error Code(" +
+                                TqGetPKCS11ReturnValueText(switched) + ") - " +
+                                TqGetCommonResultText(result));
             }
             return;
         }

@@ -1,4 +1,5 @@
 #include "TqPattern.h"
+#include "base/TqFailure.h"
 
 #include <cctype>
 #include <memory>
@@ -23,11 +24,11 @@ constexpr std::size_t kMaxProgram = 100000;   // instructions after expanding re
 using Class = std::bitset<256>;
 
 [[noreturn]] void refuse(const char* text) {
-    throw std::runtime_error(text);
+    throw TqFailure(text);
 }
 
 [[noreturn]] void unsupported(const std::string& construct) {
-    throw std::runtime_error("Unsupported regular expression construct: " + construct);
+    throw TqFailure("Unsupported regular expression construct: " + construct);
 }
 
 Class classOf(int (*test)(int)) {

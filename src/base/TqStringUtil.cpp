@@ -1,11 +1,13 @@
 #include "TqStringUtil.h"
 
 #include "base/TqFailureGuard.h"
+#include "base/TqPattern.h"
 #include "base/TqResultCodes.h"
 
 #include <charconv>
 #include <iostream>
-#include <regex>
+#include <algorithm>
+#include <cctype>
 #include <stdexcept>
 
 namespace {
@@ -16,10 +18,10 @@ std::int32_t toInt32(const std::string& digits) {
     std::int32_t value = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
     if (error == std::errc::result_out_of_range) {
-        throw std::out_of_range("stoi argument out of range");
+        throw TqFailure("stoi argument out of range");
     }
     if (error != std::errc() || end != digits.data() + digits.size()) {
-        throw std::invalid_argument("stoi");
+        throw TqFailure("stoi");
     }
     return value;
 }
@@ -44,12 +46,7 @@ int TqSplitString(const std::string& text, const std::string& delimiterPattern,
     return TqGuard<int>(
         [&](int&) {
             pieces.clear();
-            const std::regex delimiter(delimiterPattern);
-            const std::sregex_token_iterator end;
-            for (std::sregex_token_iterator piece(text.begin(), text.end(), delimiter, -1);
-                 piece != end; ++piece) {
-                pieces.push_back(piece->str());
-            }
+            pieces = TqPattern(delimiterPattern).split(text);
         },
         writeExceptionLine(std::cout, "TqSplitString"), exceptionOccurred);
 }
@@ -91,11 +88,18 @@ void TqTrimReturnChars(std::string& s) {
 int TqParseVersionNoString(std::string& text, std::vector<std::int32_t>& numbers) {
     return TqGuard<int>(
         [&](int&) {
-            static const std::regex digitRun("\\d+");
-            std::smatch match;
-            while (std::regex_search(text, match, digitRun)) {
-                numbers.push_back(toInt32(match.str()));
-                text = match.suffix().str();
+            // Each run of decimal digits in turn, one pass over the text.
+            const auto isDigit = [](char c) { return std::isdigit(static_cast<unsigned char>(c)); };
+            std::size_t position = 0;
+            while (true) {
+                const auto run =
+                    std::find_if(text.begin() + static_cast<long>(position), text.end(), isDigit);
+                if (run == text.end()) {
+                    break;
+                }
+                const auto runEnd = std::find_if_not(run, text.end(), isDigit);
+                position = static_cast<std::size_t>(runEnd - text.begin());
+                numbers.push_back(toInt32(std::string(run, runEnd)));
             }
             text.clear();
         },

@@ -20,7 +20,7 @@ constexpr DWORD kFixedInfoSignature = 0xFEEF04BD;
 [[noreturn]] void failWithLastError(const char* call, int& result) {
     const DWORD error = ::GetLastError();
     result = TqMapFileVersionError(error);
-    throw std::runtime_error(std::string(call) + ": " + TqGetLastErrorAsString(error));
+    throw TqFailure(std::string(call) + ": " + TqGetLastErrorAsString(error));
 }
 
 // The file's major version from its fixed version information; 0 without the signature.
@@ -41,7 +41,7 @@ unsigned majorVersionOf(const char* path, int& result) {
     }
     if (infoLength == 0) {
         result = tq::kInvalidSize;
-        throw std::runtime_error("VerQueryValue size is invalid.");
+        throw TqFailure("VerQueryValue size is invalid.");
     }
     const auto* fixed = static_cast<const VS_FIXEDFILEINFO*>(info);
     return fixed->dwSignature == kFixedInfoSignature ? HIWORD(fixed->dwFileVersionMS) : 0;
@@ -59,7 +59,7 @@ int ZelDLLCommonCPPGetFileVersion(const char* path, char** versionOut, int* vers
             TqLogger().Log(kLogInfo, kTag, kFunction, "Entered");
             if (path == nullptr || versionOut == nullptr || versionLengthOut == nullptr) {
                 result = tq::kInvalidArguments;
-                throw std::runtime_error("One or more calling arguments is invalid");
+                throw TqFailure("One or more calling arguments is invalid");
             }
             *versionOut = nullptr;
             *versionLengthOut = 0;

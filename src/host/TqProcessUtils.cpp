@@ -1,4 +1,5 @@
 #include "TqProcessUtils.h"
+#include "base/TqFailure.h"
 
 #include "host/TqFailureLine.h"
 #include "host/TqProcessSeam.h"
@@ -152,7 +153,7 @@ int TqGetProcessSIDInfo(std::uint32_t processId, accountBlock* out) {
     return runUtility(kSIDInfoName, [&](int& result) {
         if (out == nullptr) {
             result = -tq::kInvalidArguments;
-            throw std::runtime_error("Process Handle is invalid.");
+            throw TqFailure("Process Handle is invalid.");
         }
         *out = accountBlock{};
         const TqUniqueHandle process(
@@ -203,8 +204,7 @@ bool readCallerAccount(accountBlock& caller, int& result) {
     }
     if (status != 0) {
         result = status;
-        throw std::runtime_error(
-            "Failed to get the process SID Information for the active process.");
+        throw TqFailure("Failed to get the process SID Information for the active process.");
     }
     return true;
 }
@@ -266,7 +266,7 @@ int TqIsProcessExecuting(const char* executableName, bool sameUserOnly, processR
         }
         if (givenName.empty() || out == nullptr) {
             result = -tq::kInvalidArguments;
-            throw std::runtime_error(kInvalidArguments);
+            throw TqFailure(kInvalidArguments);
         }
         accountBlock caller{};
         if (sameUserOnly && !readCallerAccount(caller, result)) {
@@ -293,7 +293,7 @@ int TqGetProcessDateInfo(processRecord* record, bool sameUserOnly) {
     return runUtility(kDateInfoName, [&](int& result) {
         if (record == nullptr) {
             result = -tq::kInvalidArguments;
-            throw std::runtime_error(kInvalidArguments);
+            throw TqFailure(kInvalidArguments);
         }
         record->creationTime = FILETIME{};
         record->exitTime = FILETIME{};
@@ -304,16 +304,16 @@ int TqGetProcessDateInfo(processRecord* record, bool sameUserOnly) {
                                    strnlen(record->executableName, sizeof record->executableName));
             if (name.empty()) {
                 result = -tq::kInvalidArguments;
-                throw std::runtime_error("Process ID and Process Name are both unset.");
+                throw TqFailure("Process ID and Process Name are both unset.");
             }
             const int found = TqIsProcessExecuting(name.c_str(), sameUserOnly, record);
             if (found < 0) {
                 result = -found;
-                throw std::runtime_error("Error occured while detecting executable '" + name + "'");
+                throw TqFailure("Error occured while detecting executable '" + name + "'");
             }
             if (found == 0) {
                 result = tq::kNotFound;
-                throw std::runtime_error("Failed to detect running executable '" + name + "'");
+                throw TqFailure("Failed to detect running executable '" + name + "'");
             }
         }
         const TqUniqueHandle process(
@@ -336,7 +336,7 @@ int TqGetServiceStatus(const char* serviceName) {
     return runUtility(kServiceStatusName, [&](int& result) {
         if (serviceName == nullptr) {
             result = -tq::kInvalidArguments;
-            throw std::runtime_error(kInvalidArguments);
+            throw TqFailure(kInvalidArguments);
         }
         // Unlike the other utilities every failure here reads -4, whatever the Windows code:
         // the Identity Agent detection only tells a known state from none.

@@ -58,7 +58,7 @@ int TqReverseSearchInRegistryPath(const std::string& path, const std::string& ke
             foundPath.clear();
             if (path.empty() || keyName.empty()) {
                 result = -tq::kInvalidArguments;
-                throw std::invalid_argument("Invalid argument encountered.");
+                throw TqFailure("Invalid argument encountered.");
             }
             result = findKeyNameInPath(path, keyName, flags, foundPath);
         },

@@ -1,4 +1,5 @@
 #include "TqRegistrySearch.h"
+#include "base/TqFailure.h"
 
 #include "host/TqFailureLine.h"
 #include "base/TqStringUtil.h"
@@ -139,7 +140,7 @@ int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearch
         [&](int& result) {
             if (entry == nullptr) {
                 result = -tq::kInvalidArguments;
-                throw std::invalid_argument("The 'searchEntry' argument is invalid.");
+                throw TqFailure("The 'searchEntry' argument is invalid.");
             }
             const HKEY root = entry->root != nullptr ? entry->root : HKEY_LOCAL_MACHINE;
             const TqUniqueRegKey key = openSearchKey(root, keyPath);
@@ -172,7 +173,7 @@ int TqFindRegistryProcessSubKey(HKEY key, const std::string& keyPath, std::uint3
         [&](int& result) {
             if (key == nullptr || entry == nullptr) {
                 result = -tq::kInvalidArguments;
-                throw std::invalid_argument("Invalid argument(s) supplied.");
+                throw TqFailure("Invalid argument(s) supplied.");
             }
             bool found = false;
             int foundResult = 0;
@@ -219,7 +220,7 @@ int TqFindRegistryProcessSubKey(HKEY key, const std::string& keyPath, std::uint3
         [&](int& result) {
             if (key == nullptr || entry == nullptr) {
                 result = -tq::kInvalidArguments;
-                throw std::invalid_argument("Invalid argument(s) supplied.");
+                throw TqFailure("Invalid argument(s) supplied.");
             }
             char name[kValueNameCapacity + 1];
             for (DWORD index = 0; index < valueCount; ++index) {
@@ -273,7 +274,7 @@ int readFirstValue(const char* function, const std::string& keyPath, const std::
         [&](int& result) {
             if (keyPath.empty() || valueName.empty()) {
                 result = -tq::kInvalidArguments;
-                throw std::invalid_argument("One or more arguments is invalid.");
+                throw TqFailure("One or more arguments is invalid.");
             }
             TqRegistrySearchEntry entry;
             entry.flags = SEARCH_RETURN_DATA;
@@ -464,7 +465,7 @@ int TqGetInstalledAppVerNo(HKEY, const char* displayName, const void*, std::int3
         [&](int& result) {
             if (displayName == nullptr || major == nullptr || minor == nullptr) {
                 result = -tq::kInvalidArguments;
-                throw std::invalid_argument("One or more calling arguments is NULL.");
+                throw TqFailure("One or more calling arguments is NULL.");
             }
             std::string productKey;
             const int found = findProductKey(displayName, productKey);

@@ -121,7 +121,7 @@ int TqDetectKVRIdentityAgent(IARecord* record) {
     return runDetector(kKVRName, [&](int& result) {
         if (record == nullptr) {
             result = -tq::kInvalidArguments;
-            throw std::invalid_argument(kInvalidArguments);
+            throw TqFailure(kInvalidArguments);
         }
         IARecord& agent = *record;
         for (const char* displayName : kKVRDisplayNames) {
@@ -138,18 +138,18 @@ int TqDetectKVRIdentityAgent(IARecord* record) {
             }
             result = TqGetProcessDateInfo(&agent.process, true);
             if (result != 0) {
-                throw std::runtime_error("TqGetProcessDateInfo failed.");
+                throw TqFailure("TqGetProcessDateInfo failed.");
             }
             result = TqDetectKVRIdentityAgentSpringCheck(&agent.springCheck, &agent.process);
             if (result < 0) {
-                throw std::runtime_error("TqDetectKVRIdentityAgentSpringCheck failed.");
+                throw TqFailure("TqDetectKVRIdentityAgentSpringCheck failed.");
             }
             progress(kKVRName, "Successfully detected KVR IA.");
             result = 1;
             return;
         }
         if (result < 0) {
-            throw std::runtime_error(
+            throw TqFailure(
                 "TqGetInstalledappVerNo failed to detect an Vessant/KVR Digital Identity Agent.");
         }
         result = 0;
@@ -160,7 +160,7 @@ int TqDetectBTIdentityAgent(IARecord* record) {
     return runDetector(kBTName, [&](int& result) {
         if (record == nullptr) {
             result = -tq::kInvalidArguments;
-            throw std::invalid_argument(kInvalidArguments);
+            throw TqFailure(kInvalidArguments);
         }
         IARecord& agent = *record;
         agent.springCheck = springCheckBlock{};
@@ -172,7 +172,7 @@ int TqDetectBTIdentityAgent(IARecord* record) {
             startCandidate(agent, kBTNewerDisplayName, kTqBTAgentExecutable);
             result = lookUpInstalled(agent);
             if (result < 0) {
-                throw std::runtime_error("TqGetInstalledappVerNo failed.");
+                throw TqFailure("TqGetInstalledappVerNo failed.");
             }
             if (result != 1) {
                 result = 0;
@@ -194,7 +194,7 @@ int TqDetectBTIdentityAgent(IARecord* record) {
         }
         result = TqGetServiceStatus(kTqBTCardCheckerService);
         if (result < 0) {
-            throw std::runtime_error("TqGetServiceStatus failed.");
+            throw TqFailure("TqGetServiceStatus failed.");
         }
         readCardCheckerState(agent.springCheck, result);
         result = 1;
@@ -205,7 +205,7 @@ int TqDetectedIAtoJSONString(const IARecord* record, std::string& json) {
     return TqGuard<int>(
         [&](int&) {
             if (record == nullptr) {
-                throw std::invalid_argument(kInvalidArguments);
+                throw TqFailure(kInvalidArguments);
             }
             json = detectionDocument(*record);
         },

@@ -1,4 +1,5 @@
 #include "TqSpringCheck.h"
+#include "base/TqFailure.h"
 
 #include "TqSpringCheckSeam.h"
 #include "host/TqFailureLine.h"
@@ -215,7 +216,7 @@ int TqDetectKVRIdentityAgentSpringCheck(springCheckBlock* springBlock,
         [&](int& result) {
             if (springBlock == nullptr || running == nullptr) {
                 result = tq::kInvalidArguments;
-                throw std::invalid_argument(kInvalidArguments);
+                throw TqFailure(kInvalidArguments);
             }
             springCheckBlock& block = *springBlock;
             int handled = 0;
@@ -245,7 +246,7 @@ int TqGetZelKVRIAInformation(processRecord* out) {
         [&](int& result) {
             if (out == nullptr) {
                 result = -tq::kInvalidArguments;
-                throw std::invalid_argument(kInvalidArguments);
+                throw TqFailure(kInvalidArguments);
             }
             TqRegistrySearchEntry entry;
             entry.flags = SEARCH_RETURN_DATA;
@@ -260,7 +261,7 @@ int TqGetZelKVRIAInformation(processRecord* out) {
             const TqRegistrySearchResult& hit = *entry.results.front();
             if (hit.data == nullptr || hit.dataLength < kTqZelCheckSize) {
                 result = -tq::kBufferSizesDiffer;
-                throw std::length_error("Stored REG_BINARY data is of invalid size");
+                throw TqFailure("Stored REG_BINARY data is of invalid size");
             }
             unsigned char record[kTqZelCheckSize];
             std::memcpy(record, hit.data.get(), kTqZelCheckSize);
@@ -279,7 +280,7 @@ int TqSetZelKVRIAInformation(const processRecord* in) {
         [&](int& result) {
             if (in == nullptr) {
                 result = tq::kInvalidArguments;
-                throw std::invalid_argument(kInvalidArguments);
+                throw TqFailure(kInvalidArguments);
             }
             TqUniqueRegKey key;
             if (openUserKey(KEY_READ | KEY_WRITE, key) == ERROR_FILE_NOT_FOUND) {
@@ -331,7 +332,7 @@ int TqSetKVRIASpringCheck(bool enable) {
             const int stored = TqSetZelKVRIAInformation(&agent);
             if (stored != 0) {
                 result = stored;
-                throw std::runtime_error("TqSetZelKVRIAInformation failed.");
+                throw TqFailure("TqSetZelKVRIAInformation failed.");
             }
             switchOffWithoutRecord = false;
         },

@@ -35,7 +35,7 @@ ZelLogger& TqLogger() noexcept {
 
 void ZelLogger::SetFileName(const char* name) {
     if (name == nullptr) {
-        throw std::runtime_error("Invalid file name");
+        throw TqFailure("Invalid file name");
     }
     if (fileName_ == name) {
         return;
