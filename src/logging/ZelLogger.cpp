@@ -33,10 +33,16 @@ ZelLogger& TqLogger() noexcept {
     return gLogger;
 }
 
+std::string ZelLogger::fileName() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return fileName_;
+}
+
 void ZelLogger::SetFileName(const char* name) {
     if (name == nullptr) {
         throw TqFailure("Invalid file name");
     }
+    const std::lock_guard<std::mutex> lock(mutex_);
     if (fileName_ == name) {
         return;
     }
@@ -62,6 +68,7 @@ void ZelLogger::Log(unsigned level, const std::string& tag, const std::string& f
                 return;
             }
             const unsigned fileLevel = level & ~static_cast<unsigned>(kLogEcho);
+            const std::lock_guard<std::mutex> lock(mutex_);
             if (fileName_.empty() || (mask_ & level) != fileLevel) {
                 return;
             }
@@ -76,7 +83,7 @@ void ZelLogger::Log(unsigned level, const std::string& tag, const std::string& f
                 std::cout << line << std::endl;
             }
             if (fileLevel != 0 && fileLevel < 63 && file_) {
-                // The line end a text-mode stream writes on Windows.
+                // The line end a text-mode stream writes on Windows; the whole line is one write.
                 line += "\r\n";
                 appendToFile(file_.get(), line);
             }

@@ -4,6 +4,7 @@
 #include "base/TqUniqueResource.h"
 
 #include <cstdint>
+#include <mutex>
 #include <string>
 
 enum ZelLogLevel : unsigned {
@@ -33,9 +34,12 @@ public:
     // "0x0000012C": the calling thread's id.
     static std::string getCurrentThreadID();
 
-    const std::string& fileName() const noexcept { return fileName_; }
+    std::string fileName() const;
 
 private:
+    // One lock for the file name, the handle and each write: callers on several threads share
+    // the one logger, and a line never lands in a file that was no longer named.
+    mutable std::mutex mutex_;
     std::uint32_t mask_ = kDefaultMask;
     std::string fileName_;
     TqUniqueFile file_;

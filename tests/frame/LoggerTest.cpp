@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
+#include <thread>
 #include <fstream>
 #include <iterator>
 #include <regex>
@@ -269,6 +271,94 @@ TEST(ZelLogger, ANewNameClosesTheOldFile) {
     TqUniqueFile exclusive(::CreateFileA(first.path(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                          OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     EXPECT_TRUE(exclusive.valid()) << ::GetLastError();
+}
+
+// --- several threads ----------------------------------------------------------------------------
+
+constexpr int kThreads = 8;
+constexpr int kLinesPerThread = 1000;
+
+// Every line of a file whole: the prefix of one of the writing threads, the level, the tag and
+// a message "line <thread> <n>". Counts the lines per thread; a torn line fails the test.
+std::map<int, int> linesPerThread(const ScratchLogFile& log) {
+    std::map<int, int> counts;
+    const std::string text = log.contents();
+    std::size_t start = 0;
+    for (std::size_t end = text.find("\r\n"); end != std::string::npos;
+         start = end + 2, end = text.find("\r\n", start)) {
+        const std::string line = text.substr(start, end - start);
+        const std::size_t body = line.find("][INFO] T::F : line ");
+        int thread = -1;
+        int number = -1;
+        if (line.rfind("[", 0) != 0 || line.find("][PID 0x") == std::string::npos ||
+            body == std::string::npos ||
+            std::sscanf(line.c_str() + body + 20, "%d %d", &thread, &number) != 2 ||
+            line !=
+                line.substr(0, body + 20) + std::to_string(thread) + " " + std::to_string(number)) {
+            ADD_FAILURE() << "torn or foreign line: " << line;
+            continue;
+        }
+        ++counts[thread];
+    }
+    EXPECT_EQ(text.size(), start) << "text after the last line end";
+    return counts;
+}
+
+TEST(ZelLoggerThreads, EightThreadsWritingOneFileLeaveEveryLineWhole) {
+    ScratchLogFile log;
+    ZelLogger logger;
+    logger.SetFileName(log.path());
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&logger, t] {
+            for (int n = 0; n < kLinesPerThread; ++n) {
+                logger.Log(kLogInfo, "T", "F",
+                           "line " + std::to_string(t) + " " + std::to_string(n));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    const std::map<int, int> counts = linesPerThread(log);
+    ASSERT_EQ(static_cast<std::size_t>(kThreads), counts.size());
+    for (const auto& [thread, lines] : counts) {
+        EXPECT_EQ(kLinesPerThread, lines) << "thread " << thread;
+    }
+}
+
+// Threads that keep renaming the file while others write: every line is whole, in one of the
+// two files, and none is lost.
+TEST(ZelLoggerThreads, RenamingTheFileWhileOthersWriteLosesAndTearsNoLine) {
+    ScratchLogFile first;
+    ScratchLogFile second;
+    std::map<int, int> total;
+    {
+        ZelLogger logger;
+        logger.SetFileName(first.path());
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t) {
+            threads.emplace_back([&logger, &first, &second, t] {
+                for (int n = 0; n < kLinesPerThread; ++n) {
+                    logger.SetFileName(((t + n) % 2 == 0 ? first : second).path());
+                    logger.Log(kLogInfo, "T", "F",
+                               "line " + std::to_string(t) + " " + std::to_string(n));
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+    for (const ScratchLogFile* log : {&first, &second}) {
+        for (const auto& [thread, lines] : linesPerThread(*log)) {
+            total[thread] += lines;
+        }
+    }
+    ASSERT_EQ(static_cast<std::size_t>(kThreads), total.size());
+    for (const auto& [thread, lines] : total) {
+        EXPECT_EQ(kLinesPerThread, lines) << "thread " << thread;
+    }
 }
 
 } // namespace
