@@ -316,11 +316,16 @@ std::uint32_t hitDword(const TqRegistrySearchResult& hit) {
 
 } // namespace
 
+std::string TqRegistryHitText(const TqRegistrySearchResult& hit) {
+    const std::string bytes = hitText(hit);
+    return bytes.substr(0, bytes.find('\0'));
+}
+
 int TqGetRegistryStringValue(HKEY, const std::string& keyPath, const std::string& valueName,
                              std::string& out) {
     return readFirstValue("TqGetRegistryStringValue", keyPath, valueName, REG_SZ,
                           [&](const TqRegistrySearchResult& hit) {
-                              out = hitText(hit);
+                              out = TqRegistryHitText(hit);
                               TqTrimWhiteSpace(out);
                           });
 }
@@ -447,7 +452,7 @@ bool readProductVersion(const std::string& productKey, std::int32_t& major, std:
     if (displayVersion == nullptr) {
         return false;
     }
-    std::string text = hitText(*displayVersion);
+    std::string text = TqRegistryHitText(*displayVersion);
     std::vector<std::int32_t> numbers;
     if (TqParseVersionNoString(text, numbers) != 0 || numbers.empty()) {
         return false;

@@ -59,6 +59,11 @@ int TqFindRegistryProcessSubKey(HKEY key, const std::string& keyPath, std::uint3
 // SEARCH_RETURN_DATA), 0 = no match, -1 = null argument.
 int TqFindRegistryProcessValues(HKEY key, std::uint32_t valueCount, TqRegistrySearchEntry* entry);
 
+// The text of a string value's hit: up to its first NUL, or its whole length where it has none
+// (registry strings are not always terminated). Whatever an installer stored after a NUL is not
+// text a reader of the string would see, so it never reaches a caller. Empty without data.
+std::string TqRegistryHitText(const TqRegistrySearchResult& hit);
+
 // Typed readers: the first value of that name and type at or below keyPath under
 // HKEY_LOCAL_MACHINE (the first argument is never read). 1 = found, 0 = not found,
 // negative = error.

@@ -68,7 +68,7 @@ bool findInstalledProduct(const TqMiddlewareSearchDetails& details, TqMiddleware
         if (!hit) {
             continue;
         }
-        values.Name.assign(reinterpret_cast<const char*>(hit->data.get()), hit->dataLength);
+        values.Name = TqRegistryHitText(*hit);
         TqTrimWhiteSpace(values.Name);
         if (details.nameFilter != nullptr && !details.nameFilter(values.Name, values.Platform)) {
             continue;

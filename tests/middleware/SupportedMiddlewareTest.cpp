@@ -147,6 +147,31 @@ TEST_F(SupportedMiddleware, TypicalWorkstationReportsEveryRow) {
     EXPECT_EQ("true", parsed["IdemiaCombinedMinidriverMSUpdate"]["Detected"]);
 }
 
+// Bytes an installer left after a NUL in a string value are no part of the text: the document
+// and its length stop where a client's reading of the string stops.
+TEST_F(SupportedMiddleware, StringValuesEndAtTheirFirstNul) {
+    workstation.install(
+        {"{ZELTEST-AWP}", "AWP 5.2.1 (64-bit)", "Oberthur Technologies", "5.2.1.77", 5, 2});
+    const std::string key = std::string(zeltest::kUninstallKey) + "\\{ZELTEST-AWP}";
+    const std::string version("5.2.1.77\0garbage 9.9.9.9\0", 26);
+    zeltest::WriteExactValue(HKEY_LOCAL_MACHINE, key, "DisplayVersion", REG_SZ,
+                             std::vector<BYTE>(version.begin(), version.end()));
+    const std::string name("AWP 5.2.1 (64-bit)\0 trailing text", 33);
+    zeltest::WriteExactValue(HKEY_LOCAL_MACHINE, key, "DisplayName", REG_SZ,
+                             std::vector<BYTE>(name.begin(), name.end()));
+    const Answer answer = detect();
+    EXPECT_EQ(0, answer.result);
+    EXPECT_EQ(document({notDetected("GemaltoMiddleware"),
+                        detected("OTMiddleware", "{ZELTEST-AWP}", "AWP 5.2.1 (64-bit)",
+                                 "Oberthur Technologies", "64", "5.2.1.77", "5", "2", "1", "77"),
+                        notDetected("Idemia09Middleware"), notDetected("Idemia09MSUpdate"),
+                        notDetected("IdemiaCombinedMiddleware"),
+                        notDetected("IdemiaCombinedMinidriverMSUpdate")}),
+              answer.text);
+    EXPECT_EQ(static_cast<int>(answer.text.size()), answer.length);
+    EXPECT_EQ(std::string::npos, answer.text.find('\0'));
+}
+
 TEST_F(SupportedMiddleware, SecondIdemiaNameIsTriedWhenTheFirstFindsNothing) {
     workstation.install({"{ZELTEST-IDONE}", "IDEMIA Minidriver for ID-One PIV (32-Bit)", "IDEMIA",
                          "11.0.4.8", 11, 0});
