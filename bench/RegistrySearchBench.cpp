@@ -160,12 +160,7 @@ double median(std::vector<double> samples) {
 // The middleware search: every product whose DisplayName begins with the text.
 size_t searchOnce(const std::string& displayName) {
     TqRegistrySearchEntry entry;
-    entry.flags = SEARCH_COMPARE_DATA | SEARCH_DATA_PREFIX | SEARCH_RETURN_DATA;
-    entry.root = HKEY_LOCAL_MACHINE;
-    entry.valueName = "DisplayName";
-    entry.valueType = REG_SZ;
-    entry.compareData = reinterpret_cast<const unsigned char*>(displayName.data());
-    entry.compareLength = static_cast<std::uint32_t>(displayName.size());
+    TqSetPrefixSearch(entry, "DisplayName", REG_SZ, displayName);
     const int result = TqFindRegistryKeyAndOrValueName(kBenchUninstall, &entry);
     if (result != 4) {
         fail("TqFindRegistryKeyAndOrValueName", result);

@@ -316,6 +316,16 @@ std::uint32_t hitDword(const TqRegistrySearchResult& hit) {
 
 } // namespace
 
+void TqSetPrefixSearch(TqRegistrySearchEntry& entry, const char* valueName, std::uint32_t valueType,
+                       std::string_view prefix) {
+    entry.flags = SEARCH_COMPARE_DATA | SEARCH_DATA_PREFIX | SEARCH_RETURN_DATA;
+    entry.root = HKEY_LOCAL_MACHINE;
+    entry.valueName = valueName;
+    entry.valueType = valueType;
+    entry.compareData = reinterpret_cast<const unsigned char*>(prefix.data());
+    entry.compareLength = static_cast<std::uint32_t>(prefix.size());
+}
+
 std::string TqRegistryHitText(const TqRegistrySearchResult& hit) {
     const std::string bytes = hitText(hit);
     return bytes.substr(0, bytes.find('\0'));

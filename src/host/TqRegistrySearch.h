@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // One hit, owned by the entry that collected it.
@@ -40,6 +41,11 @@ struct TqRegistrySearchEntry {
     // Deletes every hit with its data. The hand-over slot is left alone.
     void ClearResults() noexcept;
 };
+
+// Sets the entry up to find the values named valueName, of type valueType, whose data begins
+// with prefix, and to hand their data to the hits. The prefix must outlive the search.
+void TqSetPrefixSearch(TqRegistrySearchEntry& entry, const char* valueName, std::uint32_t valueType,
+                       std::string_view prefix);
 
 // What a search step answers, besides 0 (nothing) and the negative failures.
 inline constexpr int kTqSearchValueMatched = 2; // a value matched, not yet recorded as a hit

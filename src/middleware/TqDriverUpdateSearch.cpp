@@ -82,12 +82,7 @@ std::string detectedRecord(const char* jsonKey, const TqDriverRecord& record) {
 
 // The driver-update entries whose "HardwareIds" begin with hardwareId.
 void findDriverUpdates(const std::string& hardwareId, TqRegistrySearchEntry& entry, int& result) {
-    entry.flags = SEARCH_COMPARE_DATA | SEARCH_DATA_PREFIX | SEARCH_RETURN_DATA;
-    entry.root = HKEY_LOCAL_MACHINE;
-    entry.valueName = "HardwareIds";
-    entry.valueType = REG_MULTI_SZ;
-    entry.compareData = reinterpret_cast<const unsigned char*>(hardwareId.data());
-    entry.compareLength = static_cast<std::uint32_t>(hardwareId.size());
+    TqSetPrefixSearch(entry, "HardwareIds", REG_MULTI_SZ, hardwareId);
     const int found = TqFindRegistryKeyAndOrValueName(kTqDriverUpdatesKey, &entry);
     if (found < 0) {
         result = -tq::kInternalError;

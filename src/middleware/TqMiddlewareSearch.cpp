@@ -50,11 +50,7 @@ int scoreCandidate(const TqMiddlewareSearchDetails& details, const std::string& 
 bool findInstalledProduct(const TqMiddlewareSearchDetails& details, TqMiddlewareValues& values,
                           int& result) {
     TqRegistrySearchEntry entry;
-    entry.flags = SEARCH_COMPARE_DATA | SEARCH_DATA_PREFIX | SEARCH_RETURN_DATA;
-    entry.valueName = "DisplayName";
-    entry.valueType = REG_SZ;
-    entry.compareData = reinterpret_cast<const unsigned char*>(details.displayName);
-    entry.compareLength = static_cast<std::uint32_t>(std::strlen(details.displayName));
+    TqSetPrefixSearch(entry, "DisplayName", REG_SZ, details.displayName);
     const int found = TqFindRegistryKeyAndOrValueName(kUninstallKey, &entry);
     if (found < 0) {
         result = -tq::kInternalError;
