@@ -83,7 +83,8 @@ private:
 };
 
 // CreateProcessA for the tests. Under heavy load Wine now and then refuses a start with
-// ERROR_INTERNAL_ERROR, and a second start succeeds: that one error is tried again, twice.
+// ERROR_INTERNAL_ERROR, and a second start succeeds: that one error is tried again, once, and
+// the retry is recorded as the test's property "process_start_retried".
 BOOL CreateTestProcess(const char* application, std::string& commandLine,
                        SECURITY_ATTRIBUTES* processAttributes, BOOL inheritHandles, DWORD flags,
                        const char* folder, STARTUPINFOA& startup, PROCESS_INFORMATION& created);
