@@ -23,8 +23,8 @@ struct NameShape {
 
 bool matchShape(const NameShape& shape, const std::string& displayName, std::string& platform) {
     TqPattern::Groups match;
-    if (!shape.pattern.fullMatch(displayName, match) ||
-        match.size() < shape.minimumSubMatches || match.size() > shape.maximumSubMatches) {
+    if (!shape.pattern.fullMatch(displayName, match) || match.size() < shape.minimumSubMatches ||
+        match.size() > shape.maximumSubMatches) {
         return false;
     }
     if (match.text(displayName, shape.productGroup) != shape.productWord) {

@@ -5,7 +5,6 @@
 #include "logging/TqWorkerFailure.h"
 #include "middleware/TqMiddlewareRecord.h"
 
-
 namespace {
 
 constexpr const char* kDetectionName = "TqOTMiddlewareDetection";
