@@ -29,7 +29,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         __builtin_trap(); // a whole match is also a match somewhere
     }
     linear->split(text);
-    if (text.size() > 32) {
+    // std::regex backtracks: on a pattern like "(.+?)*" its time doubles with every character,
+    // so it is asked about short text only.
+    if (text.size() > 12) {
         return 0;
     }
     std::regex expression;
