@@ -266,7 +266,11 @@ ProcessResult RunProgram(const std::string& commandLine, CallSite caller) {
         }
         const TqUniqueHandle processHandle(process.hProcess);
         const TqUniqueHandle threadHandle(process.hThread);
-        ::WaitForSingleObject(process.hProcess, 30000);
+        if (::WaitForSingleObject(process.hProcess, 30000) == WAIT_TIMEOUT) {
+            result.timedOut = true;
+            ::TerminateProcess(process.hProcess, WAIT_TIMEOUT);
+            ::WaitForSingleObject(process.hProcess, 10000);
+        }
         ::GetExitCodeProcess(process.hProcess, &result.exitCode);
     }
     result.out = readWholeFile(outPath);

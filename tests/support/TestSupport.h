@@ -89,9 +89,11 @@ BOOL CreateTestProcess(const char* application, std::string& commandLine,
                        SECURITY_ATTRIBUTES* processAttributes, BOOL inheritHandles, DWORD flags,
                        const char* folder, STARTUPINFOA& startup, PROCESS_INFORMATION& created);
 
-// Runs a command line to its end with standard output and error in files of their own.
+// Runs a command line to its end with standard output and error in files of their own. A
+// program still running after 30 s is terminated and marked timedOut.
 struct ProcessResult {
     DWORD exitCode = 0xDEADBEEF;
+    bool timedOut = false;
     std::string out;
     std::string err;
 };
