@@ -231,15 +231,30 @@ CK_RV countingFinalize(CK_VOID_PTR) {
     return CKR_OK;
 }
 
+// A module record with the test's own function list, enabled in the environment while it lives.
+class HandMadeModule {
+public:
+    explicit HandMadeModule(CK_C_Finalize finalize) {
+        list_.C_Finalize = finalize;
+        module_.functionList = &list_;
+        TqPKCS11Env().module = &module_;
+        TqPKCS11Env().enabled = true;
+    }
+    ~HandMadeModule() { TqPKCS11Env() = TqPKCS11Environment{}; }
+    HandMadeModule(const HandMadeModule&) = delete;
+    HandMadeModule& operator=(const HandMadeModule&) = delete;
+
+private:
+    CK_FUNCTION_LIST list_{};
+    TqPKCS11Module module_;
+};
+
 TEST_F(PKCS11ActiveApplet, NullInitializeIsTheThirdVendorCodeAfterAFinalize) {
-    CK_FUNCTION_LIST list{};
-    list.C_Finalize = &countingFinalize;
-    TqPKCS11Module module;
-    module.functionList = &list;
-    TqPKCS11Env().module = &module;
-    TqPKCS11Env().enabled = true;
-    const CK_RV result = run("AGILE");
-    TqPKCS11Env() = TqPKCS11Environment{};
+    CK_RV result = CKR_OK;
+    {
+        const HandMadeModule module(&countingFinalize);
+        result = run("AGILE");
+    }
     EXPECT_EQ(0x800003EBu, result);
     EXPECT_EQ(1, gFinalizeCalls);
     EXPECT_EQ(stderrLine("C_Initialize failed. Error Code(2147484651) - (0x800003eb) "
@@ -347,31 +362,24 @@ CK_RV throwingFinalize(CK_VOID_PTR) {
 }
 
 TEST_F(PKCS11ActiveApplet, ANonStandardExceptionLeavesTheWorker) {
-    CK_FUNCTION_LIST list{};
-    list.C_Finalize = &throwingFinalize;
-    TqPKCS11Module module;
-    module.functionList = &list;
-    TqPKCS11Env().module = &module;
-    TqPKCS11Env().enabled = true;
     zeltest::CapturedStderr errors;
-    EXPECT_THROW(TqPKCS11SetActiveApplet("AGILE", log.path()), int);
-    TqPKCS11Env() = TqPKCS11Environment{};
+    {
+        const HandMadeModule module(&throwingFinalize);
+        EXPECT_THROW(TqPKCS11SetActiveApplet("AGILE", log.path()), int);
+    }
     EXPECT_EQ("", errors.text());
     EXPECT_EQ(std::vector<std::string>{"[INFO] " + kWorker + "Entered"}, log.bodies());
 }
 
 TEST_F(PKCS11ActiveApplet, PlatformRouteTurnsANonStandardExceptionInto23) {
-    CK_FUNCTION_LIST list{};
-    list.C_Finalize = &throwingFinalize;
-    TqPKCS11Module module;
-    module.functionList = &list;
-    TqPKCS11Env().module = &module;
-    TqPKCS11Env().enabled = true;
     PKCS11Provider provider;
     TqZelDLLPlatform platform;
     zeltest::CapturedStderr errors;
-    const int result = platform.setEnrollmentMode(&provider, "AGILE", log.path());
-    TqPKCS11Env() = TqPKCS11Environment{};
+    int result = 0;
+    {
+        const HandMadeModule module(&throwingFinalize);
+        result = platform.setEnrollmentMode(&provider, "AGILE", log.path());
+    }
     EXPECT_EQ(23, result);
     EXPECT_EQ("", errors.text());
     EXPECT_EQ(
