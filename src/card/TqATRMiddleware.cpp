@@ -54,11 +54,6 @@ void reportUnwritableEntry(const std::string& message) {
     TqLogger().Log(kLogError, kTqWorkerTag, kSetName, message);
 }
 
-// A string value written with the text's length as the count, as the smart-card database has it.
-LSTATUS setText(HKEY key, const char* name, const char* text) {
-    return TqSetRegistryText(key, name, text);
-}
-
 LSTATUS setBytes(HKEY key, const char* name, const std::vector<BYTE>& bytes) {
     return ::RegSetValueExA(key, name, 0, REG_BINARY, bytes.data(),
                             static_cast<DWORD>(bytes.size()));
@@ -71,7 +66,7 @@ LSTATUS writeEntry(HKEY key, bool contactless, BYTE firstByte) {
                                 : std::vector<BYTE>(kContactAtr.begin(), kContactAtr.end());
     atr[0] = firstByte;
     const std::vector<BYTE> mask(atr.size(), 0xFF);
-    LSTATUS status = setText(key, "80000001", "GemSafeMD.dll");
+    LSTATUS status = TqSetRegistryText(key, "80000001", "GemSafeMD.dll");
     if (status == ERROR_SUCCESS) {
         status = setBytes(key, "ATR", atr);
     }
@@ -79,11 +74,12 @@ LSTATUS writeEntry(HKEY key, bool contactless, BYTE firstByte) {
         status = setBytes(key, "ATRMask", mask);
     }
     if (status == ERROR_SUCCESS) {
-        status = setText(key, "Crypto Provider", "Microsoft Base Smart Card Crypto Provider");
+        status =
+            TqSetRegistryText(key, "Crypto Provider", "Microsoft Base Smart Card Crypto Provider");
     }
     if (status == ERROR_SUCCESS) {
-        status = setText(key, "Smart Card Key Storage Provider",
-                         "Microsoft Smart Card Key Storage Provider");
+        status = TqSetRegistryText(key, "Smart Card Key Storage Provider",
+                                   "Microsoft Smart Card Key Storage Provider");
     }
     return status;
 }
