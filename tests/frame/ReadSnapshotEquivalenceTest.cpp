@@ -132,16 +132,6 @@ Bytes withNul(const std::string& text) {
     return bytes;
 }
 
-Bytes multiString(const std::vector<std::string>& pieces) {
-    Bytes bytes;
-    for (const std::string& piece : pieces) {
-        const Bytes one = withNul(piece);
-        bytes.insert(bytes.end(), one.begin(), one.end());
-    }
-    bytes.push_back(0);
-    return bytes;
-}
-
 // A key that is listed among its parent's sub-keys but cannot be opened: a registry link to a
 // key that does not exist. Removed by this owner, which opens the link itself to delete it.
 class VanishingKey {
@@ -289,14 +279,16 @@ private:
             const std::string key =
                 std::string(kDriverUpdatesKey) + "\\ZELTEST-drv-" + std::to_string(i);
             if (!chance(10)) {
-                zeltest::WriteValue(HKEY_LOCAL_MACHINE, key, "HardwareIds", REG_MULTI_SZ,
-                                    multiString({oneOf(kHardwareIds), "scfilter\\generic"}),
-                                    KEY_WOW64_64KEY);
+                zeltest::WriteValue(
+                    HKEY_LOCAL_MACHINE, key, "HardwareIds", REG_MULTI_SZ,
+                    zeltest::MultiString({oneOf(kHardwareIds), "scfilter\\generic"}),
+                    KEY_WOW64_64KEY);
             }
             if (!chance(20)) {
-                zeltest::WriteValue(HKEY_LOCAL_MACHINE, key, "DriverPackageIds", REG_MULTI_SZ,
-                                    multiString({"zeltest_none.inf_amd64_" + std::to_string(i)}),
-                                    KEY_WOW64_64KEY);
+                zeltest::WriteValue(
+                    HKEY_LOCAL_MACHINE, key, "DriverPackageIds", REG_MULTI_SZ,
+                    zeltest::MultiString({"zeltest_none.inf_amd64_" + std::to_string(i)}),
+                    KEY_WOW64_64KEY);
             }
             if (chance(70)) {
                 zeltest::WriteValue(
