@@ -1,13 +1,20 @@
-// Times the first LoadLibraryA of the DLL named on the command line in this fresh process, and
-// says whether the DLLs the library loads only on first use were loaded with it.
+// Times the first LoadLibraryA of the DLL named first on the command line in this fresh process,
+// and says whether the DLLs the library loads only on first use were loaded with it. DLLs named
+// after it are loaded before the clock starts.
 #include <windows.h>
 
 #include <cstdio>
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: zel_load_probe DLL\n");
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: zel_load_probe DLL [DLL loaded before it]...\n");
         return 2;
+    }
+    for (int i = 2; i < argc; ++i) {
+        if (::LoadLibraryA(argv[i]) == nullptr) {
+            std::fprintf(stderr, "LoadLibraryA %s failed (%lu)\n", argv[i], ::GetLastError());
+            return 1;
+        }
     }
     LARGE_INTEGER frequency;
     LARGE_INTEGER start;

@@ -278,7 +278,7 @@ struct ProbeRun {
     std::string delayLoaded;
 };
 
-ProbeRun runProbe(const std::string& dll) {
+ProbeRun runProbe(const std::string& dll, const char* loadedBefore) {
     SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
     HANDLE readEnd = nullptr;
     HANDLE writeEnd = nullptr;
@@ -295,7 +295,8 @@ ProbeRun runProbe(const std::string& dll) {
     startup.hStdError = writeEnd;
     startup.hStdInput = ::GetStdHandle(STD_INPUT_HANDLE);
     PROCESS_INFORMATION process{};
-    std::string commandLine = "\"" + besideThisProgram(kProbeName) + "\" \"" + dll + "\"";
+    std::string commandLine =
+        "\"" + besideThisProgram(kProbeName) + "\" \"" + dll + "\" " + loadedBefore;
     if (!::CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                           &startup, &process)) {
         BenchFail("CreateProcessA zel_load_probe.exe", static_cast<long>(::GetLastError()));
@@ -324,23 +325,53 @@ ProbeRun runProbe(const std::string& dll) {
     return run;
 }
 
-// The first LoadLibrary of the DLL over that of the empty DLL, each in fresh processes.
+// The copy handed to the client: stripped, in dist/ beside bin/. The copy beside this program
+// keeps its debug information, which Wine reads in at load.
+std::string shippedLibrary() {
+    const std::string shipped = besideThisProgram("..\\dist\\") + kLibraryName;
+    return ::GetFileAttributesA(shipped.c_str()) != INVALID_FILE_ATTRIBUTES
+               ? shipped
+               : besideThisProgram(kLibraryName);
+}
+
+// The first LoadLibrary of the shipped DLL over that of the empty DLL, each in fresh processes,
+// the runs interleaved; and, to show where the time goes, the DLL with its debug information
+// and both DLLs once advapi32 and version are loaded.
 double measureLoad() {
-    std::vector<double> ours;
-    std::vector<double> empty;
+    constexpr const char* kSystemImports = "advapi32.dll version.dll";
+    struct Case {
+        const char* label;
+        std::string dll;
+        const char* loadedBefore;
+        std::vector<double> samples;
+    };
+    std::vector<Case> cases = {
+        {"shipped (stripped)", shippedLibrary(), "", {}},
+        {"empty, stripped the same way", besideThisProgram(kEmptyLibraryName), "", {}},
+        {"beside the bench (debug info)", besideThisProgram(kLibraryName), "", {}},
+        {"shipped, advapi32+version loaded", shippedLibrary(), kSystemImports, {}},
+        {"empty, advapi32+version loaded",
+         besideThisProgram(kEmptyLibraryName),
+         kSystemImports,
+         {}},
+    };
     std::string delayLoaded;
     for (int run = 0; run < kLoadRuns; ++run) {
-        const ProbeRun our = runProbe(besideThisProgram(kLibraryName));
-        ours.push_back(our.microseconds);
-        delayLoaded = our.delayLoaded;
-        empty.push_back(runProbe(besideThisProgram(kEmptyLibraryName)).microseconds);
+        for (Case& loadCase : cases) {
+            const ProbeRun probe = runProbe(loadCase.dll, loadCase.loadedBefore);
+            loadCase.samples.push_back(probe.microseconds);
+            if (&loadCase == &cases.front()) {
+                delayLoaded = probe.delayLoaded;
+            }
+        }
     }
-    const double oursMedian = median(ours);
-    const double emptyMedian = median(empty);
-    std::printf("\nfirst LoadLibraryA in a fresh process, median of %d: %s %.0f us, %s %.0f us\n",
-                kLoadRuns, kLibraryName, oursMedian, kEmptyLibraryName, emptyMedian);
+    std::printf("\nFirst LoadLibraryA in a fresh process, median of %d, in us:\n", kLoadRuns);
+    for (const Case& loadCase : cases) {
+        std::printf("  %-34s %9.0f  %s\n", loadCase.label, median(loadCase.samples),
+                    loadCase.dll.c_str());
+    }
     std::printf("%s\n", delayLoaded.c_str());
-    return oursMedian / emptyMedian;
+    return median(cases[0].samples) / median(cases[1].samples);
 }
 
 void printFinalLines(const CountFigures* reported, const std::vector<Export>& exports,
