@@ -6,6 +6,7 @@
 #include "base/TqResultCodes.h"
 
 #include <cstdio>
+#include <fstream>
 
 namespace {
 
@@ -37,12 +38,10 @@ int writeOutput(const std::string& text, const std::string& outputFile) {
         std::fputs(text.c_str(), stdout);
         return 0;
     }
-    std::FILE* file = std::fopen(outputFile.c_str(), "w");
-    const bool written = file != nullptr && std::fputs(text.c_str(), file) >= 0;
-    if (file != nullptr && std::fclose(file) != 0) {
-        return tq::kFileAccessFailed;
-    }
-    if (!written) {
+    std::ofstream file(outputFile);
+    file << text;
+    file.close();
+    if (!file) {
         std::fprintf(stderr, "zelplat: cannot write %s\n", outputFile.c_str());
         return tq::kFileAccessFailed;
     }
