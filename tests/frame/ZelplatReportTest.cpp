@@ -150,6 +150,19 @@ TEST_F(ZelplatReport, AtrSectionShowsBothViewsOfTheEntries) {
     EXPECT_EQ("32-bit", atr["entries"][2]["view"]);
 }
 
+// The library's documents are hand-built and escape nothing: a display name with a quote makes
+// the middleware document unparsable. The report keeps it as text and still fits its schema.
+TEST_F(ZelplatReport, UnparsableLibraryDocumentIsKeptAsText) {
+    workstation.install({"{ZELTEST-IDEMIA}", "IDEMIA Minidriver for PIV/CIV \"beta\" (64-Bit)",
+                         "IDEMIA", "9.1.3.210", 9, 1});
+    const json middleware = report()["middleware"];
+    EXPECT_EQ(0, middleware["result"]);
+    EXPECT_TRUE(middleware["document"].is_null());
+    EXPECT_NE(std::string::npos,
+              middleware["unparsedText"].get<std::string>().find(
+                  "\"Name\": \"IDEMIA Minidriver for PIV/CIV \"beta\" (64-Bit)\""));
+}
+
 TEST_F(ZelplatReport, TableAlignsItsThreeColumns) {
     const auto run = zelplat("report --table");
     EXPECT_EQ(0u, run.exitCode);
@@ -214,6 +227,8 @@ TEST_F(ZelplatReport, RuleAtrMiddlewareMissing) {
                     {"GemaltoMiddleware.Detected", "false"}}),
               findings["findings"][0]["facts"]);
     workstation.install(kInstalledAwp);
+    // A problem and a warning: the problem decides the exit code.
+    EXPECT_EQ((Rules{"atr-middleware-missing", "piv-applet-not-set"}), doctorRules(2));
     setApplet();
     EXPECT_EQ(Rules{"atr-middleware-missing"}, doctorRules(2, &findings));
     EXPECT_EQ("zelplat atr set PIVMINIDRIVER", findings["findings"][0]["fix"]);

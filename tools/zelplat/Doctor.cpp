@@ -4,17 +4,8 @@
 
 namespace {
 
-// A text under a JSON pointer of the report, or "" when it is not there or not a text.
-std::string textAt(const ReportJson& report, const std::string& pointer) {
-    const ReportJson::json_pointer at(pointer);
-    if (!report.contains(at) || !report.at(at).is_string()) {
-        return "";
-    }
-    return report.at(at).get<std::string>();
-}
-
 bool detected(const ReportJson& report, const std::string& middleware) {
-    return textAt(report, "/middleware/document/" + middleware + "/Detected") == "true";
+    return ReportTextAt(report, "/middleware/document/" + middleware + "/Detected") == "true";
 }
 
 // The middleware that serves the card when the JCOP 41 entries give this answer.
@@ -35,7 +26,7 @@ std::string fittingAnswer(const ReportJson& report, const std::string& current) 
 }
 
 void atrMiddlewareMissing(const ReportJson& report, std::vector<Finding>& findings) {
-    const std::string answer = textAt(report, "/atr/answer");
+    const std::string answer = ReportTextAt(report, "/atr/answer");
     if (answer != "GEMSAFE" && answer != "PIVMINIDRIVER") {
         return;
     }
@@ -49,10 +40,11 @@ void atrMiddlewareMissing(const ReportJson& report, std::vector<Finding>& findin
         {"atr-middleware-missing", "problem",
          "The JCOP 41 card entries give the card to " + answer + ", but " + middleware +
              " is not installed: the card will not work here.",
-         ReportJson{{"atr.answer", answer},
-                    {"atr.entries[0].minidriver", textAt(report, "/atr/entries/0/minidriver")},
-                    {middleware + ".Detected",
-                     textAt(report, "/middleware/document/" + middleware + "/Detected")}},
+         ReportJson{
+             {"atr.answer", answer},
+             {"atr.entries[0].minidriver", ReportTextAt(report, "/atr/entries/0/minidriver")},
+             {middleware + ".Detected",
+              ReportTextAt(report, "/middleware/document/" + middleware + "/Detected")}},
          otherInstalled ? "zelplat atr set " + other
                         : "install " + middleware + ", or zelplat atr set " + other +
                               " once its middleware is installed"});
@@ -83,15 +75,15 @@ void atrViewsDisagree(const ReportJson& report, std::vector<Finding>& findings) 
     if (facts.empty()) {
         return;
     }
-    findings.push_back({"atr-views-disagree", "problem",
-                        "The 64-bit and 32-bit registry views of the JCOP 41 card entries differ: "
-                        "64-bit and 32-bit programs pick different minidrivers for the card.",
-                        facts,
-                        "zelplat atr set " + fittingAnswer(report, textAt(report, "/atr/answer"))});
+    findings.push_back(
+        {"atr-views-disagree", "problem",
+         "The 64-bit and 32-bit registry views of the JCOP 41 card entries differ: "
+         "64-bit and 32-bit programs pick different minidrivers for the card.",
+         facts, "zelplat atr set " + fittingAnswer(report, ReportTextAt(report, "/atr/answer"))});
 }
 
 void pivAppletNotSet(const ReportJson& report, std::vector<Finding>& findings) {
-    const std::string mode = textAt(report, "/enrollment/mode");
+    const std::string mode = ReportTextAt(report, "/enrollment/mode");
     if (!detected(report, "OTMiddleware") || mode != "NOT SET") {
         return;
     }
@@ -107,7 +99,7 @@ void pivAppletNotSet(const ReportJson& report, std::vector<Finding>& findings) {
 void agentNotRunning(const ReportJson& report, std::vector<Finding>& findings) {
     const ReportJson installed =
         report.value("/identityAgent/installed"_json_pointer, ReportJson::array());
-    const std::string agent = textAt(report, "/identityAgent/document/ia/name");
+    const std::string agent = ReportTextAt(report, "/identityAgent/document/ia/name");
     if (installed.empty() || agent != "unknown") {
         return;
     }
@@ -120,6 +112,14 @@ void agentNotRunning(const ReportJson& report, std::vector<Finding>& findings) {
 }
 
 } // namespace
+
+std::string ReportTextAt(const ReportJson& report, const std::string& pointer) {
+    const ReportJson::json_pointer at(pointer);
+    if (!report.contains(at) || !report.at(at).is_string()) {
+        return "";
+    }
+    return report.at(at).get<std::string>();
+}
 
 std::vector<Finding> DiagnoseReport(const ReportJson& report) {
     std::vector<Finding> findings;

@@ -15,5 +15,8 @@ struct Finding {
     std::string fix;      // the zelplat command that fixes it
 };
 
+// The text under a JSON pointer of the report ("/atr/answer"), or "" when there is none there.
+std::string ReportTextAt(const ReportJson& report, const std::string& pointer);
+
 // Every rule in the order of the README's table, over one report.
 std::vector<Finding> DiagnoseReport(const ReportJson& report);

@@ -28,8 +28,7 @@ void SpringCheckRecordMismatch(const ReportJson& report, std::vector<Finding>& f
     if (off == recorded) {
         return;
     }
-    const std::string status =
-        report.value("/identityAgent/document/springCheck/status"_json_pointer, std::string());
+    const std::string status = ReportTextAt(report, "/identityAgent/document/springCheck/status");
     findings.push_back(
         {"spring-check-record-mismatch", "warning",
          recorded ? "A ZelCheck record is stored, but this user's spring check is not switched "
