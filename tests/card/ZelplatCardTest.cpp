@@ -44,6 +44,20 @@ CardState refreshingCard() {
     return state;
 }
 
+// The temporary logs zelplat lends the library ("zpl*.tmp" in the temp folder).
+int lentLogFiles() {
+    char folder[MAX_PATH];
+    ::GetTempPathA(sizeof folder, folder);
+    WIN32_FIND_DATAA found;
+    const TqUniqueFindHandle search(
+        ::FindFirstFileA((std::string(folder) + "zpl*.tmp").c_str(), &found));
+    int count = 0;
+    for (bool more = search.valid(); more; more = ::FindNextFileA(search.get(), &found) != 0) {
+        ++count;
+    }
+    return count;
+}
+
 class ZelplatCard : public ::testing::Test {
 protected:
     void SetUp() override { zeltest::RemoveCardState(); }
@@ -214,6 +228,7 @@ TEST_F(ZelplatCard, ClearCacheBumpsTheCountersThreeTimes) {
 
 TEST_F(ZelplatCard, ClearCacheWithAWrongPinShowsTheReasonAndExits4) {
     insert(zeltest::ValidOberthurCardState());
+    const int lentBefore = lentLogFiles();
     const auto run = zelplat("card clear-cache \"ZelKit Reader 0\" --pin 8642");
     EXPECT_EQ(4u, run.exitCode);
     EXPECT_EQ("", run.out);
@@ -230,6 +245,8 @@ TEST_F(ZelplatCard, ClearCacheWithAWrongPinShowsTheReasonAndExits4) {
                   "zelplat: (0x00000004) Internal error.\r\n",
               run.err);
     EXPECT_EQ(0u, zeltest::ReadCardState().cacheBumps);
+    // The log lent to the library is gone again.
+    EXPECT_EQ(lentBefore, lentLogFiles());
 }
 
 TEST_F(ZelplatCard, ClearCacheWithoutACardExits4) {

@@ -5,6 +5,7 @@
 #include "Usage.h"
 #include "api/TqZelDLLPlatform.h"
 #include "base/TqResultCodes.h"
+#include "logging/ZelLogger.h"
 
 #include <cstdio>
 #include <fstream>
@@ -69,6 +70,8 @@ public:
     }
     ~FailureReasons() {
         if (!lent_.empty()) {
+            // The logger keeps its file open and does not share deletion: point it away first.
+            TqLogger().SetFileName("NUL");
             ::DeleteFileA(lent_.c_str());
         }
     }
