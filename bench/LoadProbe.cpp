@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <string>
 
 int main(int argc, char** argv) {
     if (argc < 2) {
@@ -29,14 +30,19 @@ int main(int argc, char** argv) {
     }
     const double microseconds = static_cast<double>(end.QuadPart - start.QuadPart) * 1e6 /
                                 static_cast<double>(frequency.QuadPart);
-    const bool shell32 = ::GetModuleHandleA("shell32.dll") != nullptr;
-    const bool winscard = ::GetModuleHandleA("winscard.dll") != nullptr;
+    // The DLLs the library binds only on the first call that needs one.
+    std::string loaded;
+    for (const char* dll : {"shell32", "winscard", "version"}) {
+        if (::GetModuleHandleA((std::string(dll) + ".dll").c_str()) != nullptr) {
+            loaded += std::string(" ") + dll;
+        }
+    }
     std::printf("load_us %.1f\n", microseconds);
-    if (!shell32 && !winscard) {
-        std::printf("delay-loaded shell32 winscard: not loaded\n");
+    if (loaded.empty()) {
+        std::printf("delay-loaded shell32 winscard version: not loaded\n");
     } else {
-        std::printf("delay-loaded shell32 winscard: loaded with the DLL:%s%s\n",
-                    shell32 ? " shell32" : "", winscard ? " winscard" : "");
+        std::printf("delay-loaded shell32 winscard version: loaded with the DLL:%s\n",
+                    loaded.c_str());
     }
     return 0;
 }
