@@ -4,6 +4,7 @@
 #include "IdentityAgentTable.h"
 #include "MiddlewareTable.h"
 #include "ZelPlatformMethods64.h"
+#include "ZelVersion.h"
 #include "base/TqUniqueResource.h"
 #include "base/TqResultCodes.h"
 
@@ -41,6 +42,7 @@ const char kUsage[] =
     "options:\n"
     "  --log FILE   append the library's log lines to FILE\n"
     "  --help       show this text\n"
+    "  --version    show zelplat's version\n"
     "\n"
     "The answer goes to standard output, and nothing else does: the library's own progress\n"
     "lines go to standard error. A failure is explained on standard error and its result\n"
@@ -242,6 +244,10 @@ int main(int argc, char** argv) {
     bool haveLogFile = false;
     if (!words.empty() && words[0] == "--help") {
         std::fputs(kUsage, stdout);
+        return 0;
+    }
+    if (!words.empty() && words[0] == "--version") {
+        std::fputs("zelplat " ZEL_VERSION_TEXT "\n", stdout);
         return 0;
     }
     if (!words.empty() && words[0] == "--log") {
