@@ -6,6 +6,7 @@
 #include "card/TqMinidriverSession.h"
 #include "card/TqPKCS11ActiveApplet.h"
 #include "identityagent/TqIdentityAgent.h"
+#include "host/TqRegistrySnapshot.h"
 #include "logging/ZelLogger.h"
 #include "middleware/TqMiddlewareSearch.h"
 #include "middleware/TqOTMiddleware.h"
@@ -32,16 +33,19 @@ constexpr int kCacheClearAttempts = 3;
 
 } // namespace
 
-// The common frame: points the logger at logFile, runs the body and logs "Leaving". Any
-// exception becomes an ERROR line and a result code (23 unless the body set one), and the
-// caller's text pointer reads null afterwards; text stored there during this call is released
-// first, what the caller passed in is never touched.
+// The common frame: opens the call's registry read snapshot, points the logger at logFile, runs the
+// body and logs "Leaving". Any exception becomes an ERROR line and a result code (23 unless the
+// body set one), and the caller's text pointer reads null afterwards; text stored there during this
+// call is released first, what the caller passed in is never touched.
 template <typename Body>
 int TqZelDLLPlatform::inFrame(const char* function, const char* logFile, char** textOut,
                               Body&& body) noexcept {
     char* const textOnEntry = textOut != nullptr ? *textOut : nullptr;
     return TqGuard<int>(
         [&](int& result) {
+            // Detection searches the same trees many times in one call; each key is read once.
+            // No export writes into those trees, so the snapshot can span every call.
+            const TqRegistrySnapshotScope readOnce;
             if (logFile != nullptr) {
                 TqLogger().SetFileName(logFile);
             }

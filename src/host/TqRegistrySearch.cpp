@@ -1,4 +1,5 @@
 #include "TqRegistrySearch.h"
+#include "TqRegistrySnapshot.h"
 #include "base/TqFailure.h"
 
 #include "host/TqFailureLine.h"
@@ -16,16 +17,14 @@
 
 namespace {
 
-// The search never follows WOW64 redirection: 32-bit data is asked for by its Wow6432Node path.
-constexpr REGSAM kSearchAccess = KEY_READ | KEY_WOW64_64KEY;
-
 // Registry limits: key names are at most 255 characters, value names at most 16,383.
 constexpr DWORD kSubKeyNameCapacity = 1024;
 constexpr DWORD kValueNameCapacity = 16383;
-constexpr DWORD kClassNameCapacity = 260;
 
 constexpr const char* kUninstall32 =
     "SOFTWARE\\Wow6432Node\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
+constexpr const char* kSubKeyStep = "TqFindRegistryProcessSubKey";
+constexpr const char* kValueStep = "TqFindRegistryProcessValues";
 
 // A failed registry call: its text, the search's code for it and the Windows code.
 [[noreturn]] void failRegistryCall(const std::string& text, LSTATUS status) {
@@ -43,28 +42,139 @@ auto failureLineOf(const char* function) {
     return [function](const TqCaught& caught) { TqWriteFailureLine(function, caught); };
 }
 
-bool valueNameMatches(const TqRegistrySearchEntry& entry, const char* name, DWORD nameLength,
-                      DWORD type) {
-    // A stored name that is a leading part of the sought one matches too ("Display" for
-    // "DisplayName"): callers have always been answered that way.
-    return entry.valueName != nullptr && nameLength > 0 && type == entry.valueType &&
-           std::strncmp(entry.valueName, name, nameLength) == 0;
+void rejectArguments(int& result) {
+    result = -tq::kInvalidArguments;
+    throw TqFailure("Invalid argument(s) supplied.");
 }
 
-bool dataMatches(const TqRegistrySearchEntry& entry, const unsigned char* data, DWORD length) {
-    if (length == 0 || entry.compareData == nullptr || entry.compareLength == 0) {
+bool valueNameMatches(const TqRegistrySearchEntry& entry, const TqRegistryValueRead& value) {
+    // A stored name that is a leading part of the sought one matches too ("Display" for
+    // "DisplayName"): callers have always been answered that way.
+    return entry.valueName != nullptr && !value.name.empty() && value.type == entry.valueType &&
+           std::strncmp(entry.valueName, value.name.c_str(), value.name.size()) == 0;
+}
+
+bool dataMatches(const TqRegistrySearchEntry& entry, const std::vector<unsigned char>& data) {
+    if (data.empty() || entry.compareData == nullptr || entry.compareLength == 0) {
         return false;
     }
     if ((entry.flags & SEARCH_DATA_PREFIX) != 0) {
-        return length >= entry.compareLength &&
-               std::memcmp(data, entry.compareData, entry.compareLength) == 0;
+        return data.size() >= entry.compareLength &&
+               std::memcmp(data.data(), entry.compareData, entry.compareLength) == 0;
     }
-    return length == entry.compareLength &&
-           std::memcmp(data, entry.compareData, entry.compareLength) == 0;
+    return data.size() == entry.compareLength &&
+           std::memcmp(data.data(), entry.compareData, entry.compareLength) == 0;
+}
+
+// Hands a value's data to the entry's hand-over slot, as a buffer of exactly its length.
+void handOver(const TqRegistryValueRead& value, TqRegistrySearchEntry& entry) {
+    if (!value.kept) {
+        throw std::logic_error("A matching value was read without its data.");
+    }
+    const auto length = static_cast<std::uint32_t>(value.data.size());
+    entry.data = std::make_unique<unsigned char[]>(length);
+    if (length > 0) {
+        std::memcpy(entry.data.get(), value.data.data(), length);
+    }
+    entry.dataLength = length;
+}
+
+// Examines the values of a key read: 2 = matched (data in the entry's hand-over slot with
+// SEARCH_RETURN_DATA), 0 = no match.
+void examineValues(const std::vector<TqRegistryValueRead>& values, TqRegistrySearchEntry& entry,
+                   int& result) {
+    for (const TqRegistryValueRead& value : values) {
+        if (value.sizeStatus != ERROR_SUCCESS) {
+            std::cerr << kValueStep << " : RegEnumValue(1) - " << value.sizeStatus << std::endl;
+            continue;
+        }
+        if (value.dataStatus != ERROR_SUCCESS) {
+            std::cerr << kValueStep << " : RegEnumValue(2) - " << value.dataStatus << std::endl;
+            continue;
+        }
+        if (!valueNameMatches(entry, value)) {
+            continue;
+        }
+        const bool compare = (entry.flags & SEARCH_COMPARE_DATA) != 0;
+        const bool returnData = (entry.flags & SEARCH_RETURN_DATA) != 0;
+        if (compare && !(value.kept && dataMatches(entry, value.data))) {
+            continue;
+        }
+        if (compare || returnData) {
+            if (returnData) {
+                handOver(value, entry);
+            }
+            result = kTqSearchValueMatched;
+            return;
+        }
+        // Neither comparing nor returning data: a matching value records nothing.
+    }
+}
+
+// The values step over whatever readValues gives; null arguments are refused first.
+template <typename ReadValues>
+int processValues(bool validArguments, TqRegistrySearchEntry* entry,
+                  ReadValues&& readValues) noexcept {
+    return TqGuard<int>(
+        [&](int& result) {
+            if (!validArguments || entry == nullptr) {
+                rejectArguments(result);
+            }
+            examineValues(readValues(), *entry, result);
+        },
+        failureLineOf(kValueStep), keptOrExceptionOccurred);
+}
+
+void searchSubKeys(const std::vector<TqRegistrySubKeyRead>& subKeys, const std::string& keyPath,
+                   TqRegistrySearchEntry& entry, int& result);
+
+// The sub-key step over whatever readNames gives; null arguments are refused first. The found
+// result wins over errors of other children.
+template <typename ReadNames>
+int processSubKeys(bool validArguments, const std::string& keyPath, TqRegistrySearchEntry* entry,
+                   ReadNames&& readNames) noexcept {
+    return TqGuard<int>(
+        [&](int& result) {
+            if (!validArguments || entry == nullptr) {
+                rejectArguments(result);
+            }
+            searchSubKeys(readNames(), keyPath, *entry, result);
+        },
+        failureLineOf(kSubKeyStep), keptOrExceptionOccurred);
+}
+
+// Each child's answer is the step's answer so far; a hit, else the first error, is its last.
+void searchSubKeys(const std::vector<TqRegistrySubKeyRead>& subKeys, const std::string& keyPath,
+                   TqRegistrySearchEntry& entry, int& result) {
+    int foundResult = 0;
+    int error = 0;
+    for (const TqRegistrySubKeyRead& subKey : subKeys) {
+        if (subKey.status != ERROR_SUCCESS) {
+            std::cerr << kSubKeyStep << " : RegEnumKeyEx - " << subKey.status << std::endl;
+            continue;
+        }
+        const std::string childPath = keyPath.empty() ? subKey.name : keyPath + "\\" + subKey.name;
+        const int child = TqFindRegistryKeyAndOrValueName(childPath, &entry);
+        result = child;
+        if (child == kTqSearchHit || child == kTqSearchKeyNameHit) {
+            foundResult = child;
+            error = 0;
+            if (entry.stopAtFirst) {
+                break;
+            }
+        } else if (error == 0 && child < 0) {
+            error = child;
+        }
+    }
+    if (foundResult != 0) {
+        result = foundResult;
+    } else if (error != 0) {
+        result = error;
+    }
 }
 
 // The key's own values, examined once its sub-keys have been searched.
-int searchOwnValues(HKEY key, const std::string& keyPath, DWORD valueCount, int subKeyResult,
+int searchOwnValues(const TqRegistryKeyRead& key, const std::string& keyPath, int subKeyResult,
                     TqRegistrySearchEntry& entry) {
     if (subKeyResult == kTqSearchHit && entry.stopAtFirst) {
         return 0;
@@ -75,7 +185,8 @@ int searchOwnValues(HKEY key, const std::string& keyPath, DWORD valueCount, int 
             return 0;
         }
     }
-    const int matched = TqFindRegistryProcessValues(key, valueCount, &entry);
+    const int matched = processValues(
+        true, &entry, [&]() -> const auto& { return key.values; });
     if (matched != 0 &&
         (entry.flags & (SEARCH_COMPARE_DATA | SEARCH_RETURN_DATA | SEARCH_KEY_NAME)) != 0) {
         auto hit = std::make_unique<TqRegistrySearchResult>();
@@ -105,25 +216,15 @@ int searchKeyName(const std::string& keyPath, TqRegistrySearchEntry& entry) {
     return entry.stopAtFirst ? kTqSearchHit : kTqSearchKeyNameHit;
 }
 
-TqUniqueRegKey openSearchKey(HKEY root, const std::string& keyPath) {
-    TqUniqueRegKey key;
-    const LSTATUS status = ::RegOpenKeyExA(root, keyPath.c_str(), 0, kSearchAccess, key.put());
-    if (status != ERROR_SUCCESS) {
+// The failures of opening and counting the key, as the search reports them.
+void requireReadable(const TqRegistryKeyRead& key, const std::string& keyPath) {
+    if (key.openStatus != ERROR_SUCCESS) {
         failRegistryCall("RegOpenKeyEx Failed for '" + keyPath + "'. Error Code " +
-                             TqGetLastErrorAsString(status),
-                         status);
+                             TqGetLastErrorAsString(key.openStatus),
+                         key.openStatus);
     }
-    return key;
-}
-
-void countKeyContents(HKEY key, DWORD& subKeyCount, DWORD& valueCount) {
-    char className[kClassNameCapacity];
-    DWORD classLength = kClassNameCapacity;
-    const LSTATUS status =
-        ::RegQueryInfoKeyA(key, className, &classLength, nullptr, &subKeyCount, nullptr, nullptr,
-                           &valueCount, nullptr, nullptr, nullptr, nullptr);
-    if (status != ERROR_SUCCESS) {
-        failRegistryCall("RegQueryInfoKey Failed.", status);
+    if (key.countStatus != ERROR_SUCCESS) {
+        failRegistryCall("RegQueryInfoKey Failed.", key.countStatus);
     }
 }
 
@@ -143,16 +244,15 @@ int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearch
                 throw TqFailure("The 'searchEntry' argument is invalid.");
             }
             const HKEY root = entry->root != nullptr ? entry->root : HKEY_LOCAL_MACHINE;
-            const TqUniqueRegKey key = openSearchKey(root, keyPath);
-            DWORD subKeyCount = 0;
-            DWORD valueCount = 0;
-            countKeyContents(key.get(), subKeyCount, valueCount);
-            if (subKeyCount > 0) {
-                subKeyResult = TqFindRegistryProcessSubKey(key.get(), keyPath, subKeyCount, entry);
+            const TqSearchKeyRead key(root, keyPath, entry->valueName);
+            requireReadable(key.get(), keyPath);
+            if (key->subKeyCount > 0) {
+                subKeyResult = processSubKeys(
+                    true, keyPath, entry, [&]() -> const auto& { return key->subKeys; });
             }
             if (entry->valueName != nullptr) {
-                if (valueCount > 0) {
-                    result = searchOwnValues(key.get(), keyPath, valueCount, subKeyResult, *entry);
+                if (key->valueCount > 0) {
+                    result = searchOwnValues(key.get(), keyPath, subKeyResult, *entry);
                 }
             } else if ((entry->flags & SEARCH_KEY_NAME) != 0) {
                 result = searchKeyName(keyPath, *entry);
@@ -168,99 +268,21 @@ int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearch
 
 int TqFindRegistryProcessSubKey(HKEY key, const std::string& keyPath, std::uint32_t subKeyCount,
                                 TqRegistrySearchEntry* entry) {
-    constexpr const char* kName = "TqFindRegistryProcessSubKey";
-    return TqGuard<int>(
-        [&](int& result) {
-            if (key == nullptr || entry == nullptr) {
-                result = -tq::kInvalidArguments;
-                throw TqFailure("Invalid argument(s) supplied.");
-            }
-            bool found = false;
-            int foundResult = 0;
-            int error = 0;
-            for (DWORD index = 0; index < subKeyCount; ++index) {
-                char name[kSubKeyNameCapacity + 1];
-                DWORD nameLength = sizeof name;
-                const LSTATUS status = ::RegEnumKeyExA(key, index, name, &nameLength, nullptr,
-                                                       nullptr, nullptr, nullptr);
-                if (status != ERROR_SUCCESS) {
-                    std::cerr << kName << " : RegEnumKeyEx - " << status << std::endl;
-                    continue;
-                }
-                const std::string childName(name, nameLength);
-                const std::string childPath =
-                    keyPath.empty() ? childName : keyPath + "\\" + childName;
-                const int child = TqFindRegistryKeyAndOrValueName(childPath, entry);
-                result = child;
-                if (child == kTqSearchHit || child == kTqSearchKeyNameHit) {
-                    found = true;
-                    foundResult = child;
-                    error = 0;
-                    if (entry->stopAtFirst) {
-                        break;
-                    }
-                } else if (error == 0 && child < 0) {
-                    error = child;
-                }
-            }
-            if (found) {
-                result = foundResult;
-            } else if (error != 0) {
-                result = error;
-            }
-        },
-        failureLineOf(kName), keptOrExceptionOccurred);
+    std::vector<TqRegistrySubKeyRead> subKeys;
+    return processSubKeys(
+        key != nullptr, keyPath, entry, [&]() -> const auto& {
+            subKeys = TqReadSubKeyNames(key, subKeyCount, kSubKeyNameCapacity);
+            return subKeys;
+        });
 }
 
-// Kept out of line: its 16 KB name buffer must not join the frames of the recursion.
-[[gnu::noinline]] int TqFindRegistryProcessValues(HKEY key, std::uint32_t valueCount,
-                                                  TqRegistrySearchEntry* entry) {
-    constexpr const char* kName = "TqFindRegistryProcessValues";
-    return TqGuard<int>(
-        [&](int& result) {
-            if (key == nullptr || entry == nullptr) {
-                result = -tq::kInvalidArguments;
-                throw TqFailure("Invalid argument(s) supplied.");
-            }
-            char name[kValueNameCapacity + 1];
-            for (DWORD index = 0; index < valueCount; ++index) {
-                DWORD nameLength = sizeof name;
-                DWORD type = REG_NONE;
-                DWORD dataLength = 0;
-                LSTATUS status = ::RegEnumValueA(key, index, name, &nameLength, nullptr, &type,
-                                                 nullptr, &dataLength);
-                if (status != ERROR_SUCCESS) {
-                    std::cerr << kName << " : RegEnumValue(1) - " << status << std::endl;
-                    continue;
-                }
-                auto data = std::make_unique<unsigned char[]>(dataLength); // zero-filled
-                nameLength = sizeof name;
-                status = ::RegEnumValueA(key, index, name, &nameLength, nullptr, &type, data.get(),
-                                         &dataLength);
-                if (status != ERROR_SUCCESS) {
-                    std::cerr << kName << " : RegEnumValue(2) - " << status << std::endl;
-                    continue;
-                }
-                if (!valueNameMatches(*entry, name, nameLength, type)) {
-                    continue;
-                }
-                const bool compare = (entry->flags & SEARCH_COMPARE_DATA) != 0;
-                const bool handOver = (entry->flags & SEARCH_RETURN_DATA) != 0;
-                if (compare && !dataMatches(*entry, data.get(), dataLength)) {
-                    continue;
-                }
-                if (compare || handOver) {
-                    if (handOver) {
-                        entry->data = std::move(data);
-                        entry->dataLength = dataLength;
-                    }
-                    result = kTqSearchValueMatched;
-                    break;
-                }
-                // Neither comparing nor returning data: a matching value records nothing.
-            }
-        },
-        failureLineOf(kName), keptOrExceptionOccurred);
+int TqFindRegistryProcessValues(HKEY key, std::uint32_t valueCount, TqRegistrySearchEntry* entry) {
+    std::vector<TqRegistryValueRead> values;
+    return processValues(
+        key != nullptr, entry, [&]() -> const auto& {
+            values = TqReadValues(key, valueCount, kValueNameCapacity, 0, {entry->valueName});
+            return values;
+        });
 }
 
 namespace {
