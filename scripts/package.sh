@@ -10,7 +10,11 @@ build="$root/build/windows-x64"
 package="$root/build/package"
 
 scripts/bootstrap.sh
-cmake --preset windows-x64 >/dev/null
+# A configured build is only brought up to date (the build step configures again when a CMake
+# file changed): configuring anew would remake the delay-import libraries and relink everything.
+if [ ! -f "$build/CMakeCache.txt" ]; then
+    cmake --preset windows-x64 >/dev/null
+fi
 cmake --build --preset windows-x64
 
 rm -rf "$package" "$build/cpack"
