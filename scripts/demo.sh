@@ -67,6 +67,9 @@ zelplat() {
     echo
 }
 
+zelplat report --table
+zelplat doctor
+zelplat card --help
 zelplat enrollment get
 zelplat enrollment set AGILE
 zelplat enrollment get
@@ -83,3 +86,4 @@ zelplat ia spring-check off
 zelplat ia --table
 zelplat ia spring-check default
 zelplat ia --table
+zelplat doctor

@@ -102,6 +102,16 @@ TEST(DllImage, ImportsWindowsSystemDllsOnly) {
     }
 }
 
+TEST(DllImage, ImportsOnlyWhatEveryCallNeedsAndDelayLoadsTheRest) {
+    const PeFile pe(zeltest::BuiltFile("ZelPlatformMethods64.dll"));
+    ASSERT_NE(nullptr, pe.headers());
+    auto dlls = importedDlls(pe);
+    std::sort(dlls.begin(), dlls.end());
+    // shell32 (one folder path of the driver search), winscard (the card code) and version (file
+    // versions) are bound on first use by the delay-import thunks, not listed here.
+    EXPECT_EQ((std::vector<std::string>{"advapi32.dll", "kernel32.dll", "msvcrt.dll"}), dlls);
+}
+
 TEST(DllImage, VersionResourceNamesTheProductAndItsVersion) {
     const std::string path = zeltest::BuiltFile("ZelPlatformMethods64.dll");
     DWORD handle = 0;

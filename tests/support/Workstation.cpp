@@ -48,16 +48,6 @@ void removeMarkedFolders(const std::string& parent) {
     } while (::FindNextFileA(search.get(), &found));
 }
 
-std::vector<BYTE> multiString(const std::vector<std::string>& strings) {
-    std::vector<BYTE> bytes;
-    for (const std::string& text : strings) {
-        bytes.insert(bytes.end(), text.begin(), text.end());
-        bytes.push_back(0);
-    }
-    bytes.push_back(0);
-    return bytes;
-}
-
 } // namespace
 
 std::vector<BYTE> InstallDateBytes(std::uint64_t date) {
@@ -73,6 +63,16 @@ std::string Workstation::driverStoreFolder(CallSite caller) {
     char system[MAX_PATH];
     EXPECT_EQ(S_OK, ::SHGetFolderPathA(nullptr, CSIDL_SYSTEM, nullptr, 0, system));
     return std::string(system) + "\\DriverStore\\FileRepository";
+}
+
+std::vector<BYTE> MultiString(const std::vector<std::string>& strings) {
+    std::vector<BYTE> bytes;
+    for (const std::string& text : strings) {
+        bytes.insert(bytes.end(), text.begin(), text.end());
+        bytes.push_back(0);
+    }
+    bytes.push_back(0);
+    return bytes;
 }
 
 Workstation::Workstation(CallSite caller) : made_(caller) {
@@ -124,10 +124,10 @@ void Workstation::install(const DriverPackage& package, CallSite caller) {
     ASSERT_NE(std::string::npos, package.packageId.find("zeltest")) << package.packageId;
     const std::string key = std::string(kDriverUpdatesKey) + "\\" + package.entry;
     WriteValue(HKEY_LOCAL_MACHINE, key, "HardwareIds", REG_MULTI_SZ,
-               multiString({"scfilter\\" + package.driverId, "scfilter\\generic"}),
+               MultiString({"scfilter\\" + package.driverId, "scfilter\\generic"}),
                KEY_WOW64_64KEY);
     WriteValue(HKEY_LOCAL_MACHINE, key, "DriverPackageIds", REG_MULTI_SZ,
-               multiString({package.packageId}), KEY_WOW64_64KEY);
+               MultiString({package.packageId}), KEY_WOW64_64KEY);
     if (package.installDate) {
         WriteValue(HKEY_LOCAL_MACHINE, key, "InstallDate", REG_BINARY, *package.installDate,
                    KEY_WOW64_64KEY);

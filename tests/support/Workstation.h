@@ -40,6 +40,9 @@ struct DriverPackage {
     bool folderInDriverStore = true;
 };
 
+// The bytes of a REG_MULTI_SZ value: each string with its NUL, and the NUL that ends the list.
+std::vector<BYTE> MultiString(const std::vector<std::string>& strings);
+
 // The eight bytes of a 64-bit install date.
 std::vector<BYTE> InstallDateBytes(std::uint64_t date);
 

@@ -1,0 +1,287 @@
+// zelplat card as support staff run it: a separate process against the kit's smart-card
+// service (its winscard.dll beside zelplat.exe, by override), minidriver and CSP.
+#include "card/TqEnrollmentMode.h"
+
+#include "support/TestSupport.h"
+#include "support/VirtualCard.h"
+#include "support/Workstation.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+namespace {
+
+using zelkit::CardState;
+
+const zeltest::InstalledProgram kInstalledAwp = {
+    "{ZELTEST-AWP}", "AWP 5.2.1 (64-bit)", "Oberthur Technologies", "5.2.1.77", 5, 2};
+
+constexpr const char* kListHeader = "READER           CARD     ATR";
+
+std::string atrText(const CardState& state) {
+    static const char kDigits[] = "0123456789ABCDEF";
+    std::string text;
+    for (const unsigned char byte : state.atr) {
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 0x0F];
+    }
+    return text;
+}
+
+// The compatibility exchange key has no certificate, however often the cache is reset.
+CardState invalidCard() {
+    CardState state = zeltest::ValidOberthurCardState();
+    state.containers[4].certificate = false;
+    return state;
+}
+
+// The agile exchange container shows only once the cache has been reset once.
+CardState refreshingCard() {
+    CardState state = zeltest::ValidOberthurCardState();
+    state.refreshAfterBumps = 1;
+    state.containers[1].shown = zelkit::Shown::kAfterRefresh;
+    return state;
+}
+
+// The temporary logs zelplat lends the library ("zpl*.tmp" in the temp folder).
+int lentLogFiles() {
+    char folder[MAX_PATH];
+    ::GetTempPathA(sizeof folder, folder);
+    WIN32_FIND_DATAA found;
+    const TqUniqueFindHandle search(
+        ::FindFirstFileA((std::string(folder) + "zpl*.tmp").c_str(), &found));
+    int count = 0;
+    for (bool more = search.valid(); more; more = ::FindNextFileA(search.get(), &found) != 0) {
+        ++count;
+    }
+    return count;
+}
+
+class ZelplatCard : public ::testing::Test {
+protected:
+    void SetUp() override { zeltest::RemoveCardState(); }
+    void TearDown() override {
+        card.reset();
+        zeltest::RemoveCardState();
+    }
+
+    void insert(const CardState& state, zeltest::CallSite caller = zeltest::CallSite::current()) {
+        card.emplace(state, caller);
+        zeltest::WriteDword(HKEY_CURRENT_USER, kTqEnrollmentKey, kTqEnrollmentValue, 0);
+    }
+
+    static zeltest::ProcessResult zelplat(const std::string& arguments) {
+        return zeltest::RunProgram("\"" + zeltest::BuiltFile("zelplat.exe") + "\" " + arguments);
+    }
+
+    zeltest::Workstation workstation;
+    std::optional<zeltest::VirtualCard> card;
+};
+
+TEST_F(ZelplatCard, ListShowsTheReaderItsCardAndTheCardsMinidriver) {
+    insert(zeltest::ValidOberthurCardState());
+    const auto run = zelplat("card list");
+    EXPECT_EQ(0u, run.exitCode);
+    const std::string atr = atrText(zeltest::ValidOberthurCardState());
+    EXPECT_EQ("READER           CARD     ATR" + std::string(atr.size() - 1, ' ') +
+                  "CARD NAME                         MINIDRIVER\r\n"
+                  "ZelKit Reader 0  present  " +
+                  atr + "  Oberthur Technologies KVR Device  zelkitmd.dll\r\n",
+              run.out);
+    EXPECT_EQ("", run.err);
+}
+
+TEST_F(ZelplatCard, ListShowsAnEmptyReader) {
+    CardState state = zeltest::ValidOberthurCardState();
+    state.inserted = false;
+    insert(state);
+    const auto run = zelplat("card list");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ("READER           CARD   ATR  CARD NAME  MINIDRIVER\r\n"
+              "ZelKit Reader 0  empty  -    -          -\r\n",
+              run.out);
+}
+
+TEST_F(ZelplatCard, ListShowsACardWithoutAMinidriver) {
+    insert(zeltest::ValidOberthurCardState());
+    ASSERT_EQ(ERROR_SUCCESS,
+              ::RegDeleteKeyValueA(HKEY_LOCAL_MACHINE,
+                                   zeltest::CalaisCardKey(zeltest::kKitCardName).c_str(),
+                                   "80000001"));
+    auto run = zelplat("card list");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_NE(std::string::npos, run.out.find("  Oberthur Technologies KVR Device  none\r\n"))
+        << run.out;
+    // Not in the smart-card database at all: no card name either.
+    zeltest::UnregisterKitMinidriver();
+    run = zelplat("card list");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_NE(std::string::npos, run.out.find("ZelKit Reader 0  present  ")) << run.out;
+    EXPECT_NE(std::string::npos, run.out.find("  -          -\r\n")) << run.out;
+}
+
+TEST_F(ZelplatCard, ListWithoutAReaderSaysSo) {
+    const auto run = zelplat("card list");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ("No smart-card reader found.\r\n", run.out);
+    EXPECT_EQ("", run.err);
+}
+
+TEST_F(ZelplatCard, CheckOfAValidCardDoesNothingAndExits1) {
+    workstation.install(kInstalledAwp);
+    insert(zeltest::ValidOberthurCardState());
+    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 1234");
+    EXPECT_EQ(1u, run.exitCode);
+    EXPECT_EQ("The card's content is valid; nothing was done.\r\n", run.out);
+    EXPECT_EQ(0u, zeltest::ReadCardState().pinPresentations);
+}
+
+TEST_F(ZelplatCard, CheckClearsTheCacheOfAStaleCardAndExits2) {
+    workstation.install(kInstalledAwp);
+    insert(refreshingCard());
+    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 1234");
+    EXPECT_EQ(2u, run.exitCode);
+    EXPECT_EQ("The card's content was invalid; its cache was cleared and it is valid now.\r\n",
+              run.out);
+    // The library's own progress lines are on standard error.
+    EXPECT_EQ("TqOTS8SCardCheckAndCacheClear : Attempt to clear Smart Card Cache.\r\n"
+              "TqOTS8SCardCheckAndCacheClear : Successfully reset the Smart Card Cache.\r\n",
+              run.err);
+    EXPECT_EQ(1u, zeltest::ReadCardState().cacheBumps);
+}
+
+TEST_F(ZelplatCard, CheckOfAnInvalidCardExits0AfterThreeClears) {
+    workstation.install(kInstalledAwp);
+    insert(invalidCard());
+    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 1234");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ("The card's content is invalid; its cache was cleared three times and it is still "
+              "invalid.\r\n",
+              run.out);
+    EXPECT_EQ(3u, zeltest::ReadCardState().pinPresentations);
+}
+
+TEST_F(ZelplatCard, CheckWithAWrongPinShowsTheReasonAndExitsMinus4) {
+    workstation.install(kInstalledAwp);
+    insert(invalidCard());
+    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 97531");
+    EXPECT_EQ(static_cast<DWORD>(-4), run.exitCode);
+    EXPECT_EQ("", run.out);
+    // Every ERROR line of the library's log, in order: the first check's verdict, the failed
+    // PIN, the sequence's and the operation's own failure.
+    const std::string wrongPin = "The card cannot be accessed because the wrong PIN was "
+                                 "presented. Error Code: (0x8010006b)";
+    EXPECT_EQ("TqOTS8SCardCheckAndCacheClear : Attempt to clear Smart Card Cache.\r\n"
+              "zelplat: [ERROR] TqCryptEnumContainers::cardContainsValidContent : Applet content "
+              "is invalid.\r\n"
+              "zelplat: [ERROR] TqZelPlatformMethods::TqOTClearSeries8SmartCardCache : Exception "
+              "occurred: CardAuthenticatePin failed. Error Code: " +
+                  wrongPin +
+                  "\r\n"
+                  "zelplat: [ERROR] TqCacheClearance::TqOTS8SCardCheckAndCacheClear : Exception "
+                  "occurred: TqOTClearSeries8SmartCardCache failed. Error Code: " +
+                  wrongPin +
+                  "\r\n"
+                  "zelplat: [ERROR] TqZelDLLPlatform::OberthurSeries8CardCheckAndCacheClear : "
+                  "TqOTS8SCardCheckAndCacheClear failed. Error Code: (0x00000004) Internal "
+                  "error.\r\n"
+                  "zelplat: (0x00000004) Internal error.\r\n",
+              run.err.substr(run.err.find("TqOTS8SCardCheckAndCacheClear : Attempt")));
+    EXPECT_EQ(std::string::npos, run.err.find("97531"));
+    EXPECT_EQ(1u, zeltest::ReadCardState().pinPresentations);
+}
+
+TEST_F(ZelplatCard, CheckWithoutTheMiddlewareExits3) {
+    insert(invalidCard());
+    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 1234");
+    EXPECT_EQ(3u, run.exitCode);
+    EXPECT_EQ("The Oberthur middleware is not installed; the card was not checked.\r\n", run.out);
+    EXPECT_EQ("TqOTS8SCardCheckAndCacheClear : Oberthur Middleware is not installed.\r\n", run.err);
+}
+
+TEST_F(ZelplatCard, CheckWithoutAReaderFails) {
+    workstation.install(kInstalledAwp);
+    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 1234");
+    EXPECT_EQ(static_cast<DWORD>(-4), run.exitCode);
+    EXPECT_EQ("", run.out);
+    const std::string last = "zelplat: (0x00000004) Internal error.\r\n";
+    ASSERT_GE(run.err.size(), last.size()) << run.err;
+    EXPECT_EQ(last, run.err.substr(run.err.size() - last.size()));
+    EXPECT_NE(std::string::npos,
+              run.err.find("zelplat: [ERROR] TqCacheClearance::TqOTS8SCardCheckAndCacheClear : "
+                           "Exception occurred: TqSmartCardHasValidContent failed."))
+        << run.err;
+}
+
+TEST_F(ZelplatCard, ClearCacheBumpsTheCountersThreeTimes) {
+    insert(zeltest::ValidOberthurCardState());
+    const auto run = zelplat("card clear-cache \"ZelKit Reader 0\" --pin 1234");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ("The card's cache was cleared: its freshness counters were bumped three times.\r\n",
+              run.out);
+    EXPECT_EQ("", run.err);
+    const CardState state = zeltest::ReadCardState();
+    EXPECT_EQ(3u, state.cacheBumps);
+    EXPECT_EQ(3u, state.pinPresentations);
+}
+
+TEST_F(ZelplatCard, ClearCacheWithAWrongPinShowsTheReasonAndExits4) {
+    insert(zeltest::ValidOberthurCardState());
+    const int lentBefore = lentLogFiles();
+    const auto run = zelplat("card clear-cache \"ZelKit Reader 0\" --pin 8642");
+    EXPECT_EQ(4u, run.exitCode);
+    EXPECT_EQ("", run.out);
+    const std::string wrongPin = "The card cannot be accessed because the wrong PIN was "
+                                 "presented. Error Code: (0x8010006b)";
+    EXPECT_EQ("zelplat: [ERROR] TqZelPlatformMethods::TqOTClearSeries8SmartCardCache : Exception "
+              "occurred: CardAuthenticatePin failed. Error Code: " +
+                  wrongPin +
+                  "\r\n"
+                  "zelplat: [ERROR] TqZelDLLPlatform::OberthurCacheClear : "
+                  "TqOTClearSeries8SmartCardCache failed. Error Code: " +
+                  wrongPin +
+                  "\r\n"
+                  "zelplat: (0x00000004) Internal error.\r\n",
+              run.err);
+    EXPECT_EQ(0u, zeltest::ReadCardState().cacheBumps);
+    // The log lent to the library is gone again.
+    EXPECT_EQ(lentBefore, lentLogFiles());
+}
+
+TEST_F(ZelplatCard, ClearCacheWithoutACardExits4) {
+    CardState state = zeltest::ValidOberthurCardState();
+    state.inserted = false;
+    insert(state);
+    const auto run = zelplat("card clear-cache \"ZelKit Reader 0\" --pin 1234");
+    EXPECT_EQ(4u, run.exitCode);
+    const std::string noCard = "The operation requires a smart card, but no smart card is "
+                               "currently in the device. Error Code: (0x8010000c)";
+    EXPECT_EQ("zelplat: [ERROR] TqZelPlatformMethods::TqInitMinidriver : Exception occurred: "
+              "SCardConnect failed. Error Code: " +
+                  noCard +
+                  "\r\n"
+                  "zelplat: [ERROR] TqZelDLLPlatform::OberthurCacheClear : TqInitMinidriver "
+                  "failed. Error Code: " +
+                  noCard +
+                  "\r\n"
+                  "zelplat: (0x00000004) Internal error.\r\n",
+              run.err);
+}
+
+TEST_F(ZelplatCard, CardHelpAndUnknownWords) {
+    for (const char* arguments : {"card --help", "help card"}) {
+        const auto run = zelplat(arguments);
+        EXPECT_EQ(0u, run.exitCode) << arguments;
+        EXPECT_EQ(0u, run.out.find("usage: zelplat card list\r\n")) << arguments;
+    }
+    for (const char* arguments :
+         {"card", "card frobnicate", "card check", "card list extra", "card check R --pin"}) {
+        const auto run = zelplat(arguments);
+        EXPECT_EQ(1u, run.exitCode) << arguments;
+        EXPECT_EQ("", run.out) << arguments;
+        EXPECT_NE(std::string::npos, run.err.find("usage: zelplat card list")) << arguments;
+    }
+}
+
+} // namespace

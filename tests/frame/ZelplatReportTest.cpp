@@ -1,0 +1,357 @@
+// zelplat report and zelplat doctor as support staff run them: a separate process on a prepared
+// registry, its output checked against the report's schema and the doctor's rule table.
+#include "card/TqATRMiddleware.h"
+#include "card/TqEnrollmentMode.h"
+#include "identityagent/IdentityAgentFixture.h"
+#include "identityagent/TqSpringCheck.h"
+#include "support/JsonSchemaCheck.h"
+#include "support/KitProcesses.h"
+#include "support/TestSupport.h"
+#include "support/Workstation.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+using nlohmann::json;
+using Rules = std::vector<std::string>;
+
+const zeltest::InstalledProgram kInstalledAwp = {
+    "{ZELTEST-AWP}", "AWP 5.2.1 (64-bit)", "Oberthur Technologies", "5.2.1.77", 5, 2};
+
+class ZelplatReport : public iatest::IdentityAgentRegistry {
+protected:
+    void SetUp() override {
+        iatest::IdentityAgentRegistry::SetUp();
+        removeCardKeys();
+    }
+    void TearDown() override {
+        removeCardKeys();
+        iatest::IdentityAgentRegistry::TearDown();
+    }
+    static void removeCardKeys() {
+        zeltest::DeleteKeyTree(HKEY_CURRENT_USER, kTqEnrollmentKey);
+        for (const REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
+            zeltest::DeleteKeyTree(HKEY_LOCAL_MACHINE, kTqJcopContactKey, view);
+            zeltest::DeleteKeyTree(HKEY_LOCAL_MACHINE, kTqJcopContactlessKey, view);
+        }
+    }
+
+    static zeltest::ProcessResult zelplat(const std::string& arguments) {
+        return zeltest::RunProgram("\"" + zeltest::BuiltFile("zelplat.exe") + "\" " + arguments);
+    }
+
+    // The report, checked to be one JSON object that fits the schema.
+    static json report(zeltest::CallSite caller = zeltest::CallSite::current()) {
+        const zeltest::CallerTrace trace(caller);
+        const auto run = zelplat("report --json");
+        EXPECT_EQ(0u, run.exitCode) << run.err;
+        const json document = json::parse(run.out, nullptr, false);
+        EXPECT_TRUE(document.is_object()) << run.out;
+        EXPECT_EQ(std::vector<std::string>{},
+                  zeltest::SchemaViolations(zeltest::ReportSchema(), document));
+        return document;
+    }
+
+    // The doctor's findings as JSON, and the rules they name, in order.
+    static Rules doctorRules(DWORD expectedExit, json* findings = nullptr,
+                             zeltest::CallSite caller = zeltest::CallSite::current()) {
+        const zeltest::CallerTrace trace(caller);
+        const auto run = zelplat("doctor --json");
+        EXPECT_EQ(expectedExit, run.exitCode) << run.out << run.err;
+        const json answer = json::parse(run.out, nullptr, false);
+        EXPECT_TRUE(answer.is_object()) << run.out;
+        Rules rules;
+        for (const json& finding : answer.value("findings", json::array())) {
+            rules.push_back(finding.value("rule", ""));
+        }
+        if (findings != nullptr) {
+            *findings = answer;
+        }
+        return rules;
+    }
+
+    static void setAtr(const char* word) {
+        ASSERT_EQ(0u, zelplat(std::string("atr set ") + word).exitCode);
+    }
+
+    static void setApplet() { ASSERT_EQ(0u, zelplat("enrollment set AGILE").exitCode); }
+
+    zeltest::Workstation workstation;
+};
+
+TEST_F(ZelplatReport, JsonIsOneObjectWithTheSevenSectionsEachWithItsResult) {
+    const json document = report();
+    std::vector<std::string> keys;
+    for (auto section = document.begin(); section != document.end(); ++section) {
+        keys.push_back(section.key());
+        EXPECT_TRUE(section.value().contains("result")) << section.key();
+        EXPECT_TRUE(section.value().contains("resultText")) << section.key();
+    }
+    EXPECT_EQ((std::vector<std::string>{"atr", "enrollment", "fileVersions", "identityAgent",
+                                        "library", "middleware", "oberthur"}),
+              keys); // nlohmann's json lists members in name order
+    EXPECT_EQ(11, document["enrollment"]["result"]);
+    EXPECT_EQ("(0x0000000b) Not found.", document["enrollment"]["resultText"]);
+    EXPECT_EQ("NOT SET", document["enrollment"]["mode"]);
+    EXPECT_EQ(19, document["atr"]["result"]);
+    // The library's documents are embedded as JSON, not as text.
+    EXPECT_EQ("false", document["middleware"]["document"]["OTMiddleware"]["Detected"]);
+    EXPECT_EQ("unknown", document["identityAgent"]["document"]["ia"]["name"]);
+    EXPECT_EQ(zeltest::BuiltFile("ZelPlatformMethods64.dll"), document["library"]["path"]);
+    EXPECT_EQ("1.0.0.0", document["library"]["fileVersion"]);
+    EXPECT_EQ("winscard", document["fileVersions"]["modules"][0]["role"]);
+}
+
+TEST_F(ZelplatReport, SectionsComeInTheDocumentedOrder) {
+    const auto run = zelplat("report");
+    EXPECT_EQ(0u, run.exitCode);
+    std::size_t last = 0;
+    for (const char* key : {"\"library\"", "\"fileVersions\"", "\"enrollment\"", "\"atr\"",
+                            "\"middleware\"", "\"oberthur\"", "\"identityAgent\""}) {
+        const std::size_t at = run.out.find(std::string("\r\n  ") + key + ": {");
+        ASSERT_NE(std::string::npos, at) << key;
+        EXPECT_LT(last, at) << key;
+        last = at;
+    }
+}
+
+TEST_F(ZelplatReport, ReportWritesNothingToTheRegistry) {
+    report();
+    EXPECT_FALSE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqEnrollmentKey));
+    EXPECT_FALSE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqIAUserKey));
+    EXPECT_FALSE(zeltest::KeyExists(HKEY_LOCAL_MACHINE, kTqJcopContactKey, KEY_WOW64_64KEY));
+    EXPECT_FALSE(zeltest::KeyExists(HKEY_LOCAL_MACHINE, kTqJcopContactKey, KEY_WOW64_32KEY));
+}
+
+TEST_F(ZelplatReport, AtrSectionShowsBothViewsOfTheEntries) {
+    setAtr("PIVMINIDRIVER");
+    zeltest::WriteValue(HKEY_LOCAL_MACHINE, kTqJcopContactKey, "ATR", REG_BINARY, {0x3B, 0xF9},
+                        KEY_WOW64_32KEY);
+    const json atr = report()["atr"];
+    // The export reads the 64-bit view only: the 32-bit entry's own ATR shows in the entries alone.
+    EXPECT_EQ(0, atr["result"]);
+    EXPECT_EQ("PIVMINIDRIVER", atr["answer"]);
+    ASSERT_EQ(4u, atr["entries"].size());
+    EXPECT_EQ((json{{"entry", "contact"},
+                    {"view", "64-bit"},
+                    {"state", "present"},
+                    {"atr", "FFF91800008131FE454A434F503431563232AF"},
+                    {"atrMask", "FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF"},
+                    {"minidriver", "GemSafeMD.dll"},
+                    {"cryptoProvider", "Microsoft Base Smart Card Crypto Provider"},
+                    {"keyStorageProvider", "Microsoft Smart Card Key Storage Provider"}}),
+              atr["entries"][0]);
+    EXPECT_EQ("3BF9", atr["entries"][2]["atr"]);
+    EXPECT_EQ("32-bit", atr["entries"][2]["view"]);
+}
+
+// The library's documents are hand-built and escape nothing: a display name with a quote makes
+// the middleware document unparsable. The report keeps it as text and still fits its schema.
+TEST_F(ZelplatReport, UnparsableLibraryDocumentIsKeptAsText) {
+    workstation.install({"{ZELTEST-IDEMIA}", "IDEMIA Minidriver for PIV/CIV \"beta\" (64-Bit)",
+                         "IDEMIA", "9.1.3.210", 9, 1});
+    const json middleware = report()["middleware"];
+    EXPECT_EQ(0, middleware["result"]);
+    EXPECT_TRUE(middleware["document"].is_null());
+    EXPECT_NE(std::string::npos,
+              middleware["unparsedText"].get<std::string>().find(
+                  "\"Name\": \"IDEMIA Minidriver for PIV/CIV \"beta\" (64-Bit)\""));
+}
+
+TEST_F(ZelplatReport, TableAlignsItsThreeColumns) {
+    const auto run = zelplat("report --table");
+    EXPECT_EQ(0u, run.exitCode);
+    std::istringstream lines(run.out);
+    std::string header;
+    std::getline(lines, header);
+    const std::size_t field = header.find("FIELD");
+    const std::size_t value = header.find("VALUE");
+    ASSERT_EQ(0u, header.find("SECTION  "));
+    bool sawMode = false;
+    for (std::string line; std::getline(lines, line);) {
+        ASSERT_GT(line.size(), field) << line;
+        EXPECT_NE(' ', line[field]) << line;
+        EXPECT_EQ(' ', line[field - 1]) << line;
+        if (line.rfind("enrollment", 0) == 0 && line.find(" mode ") != std::string::npos) {
+            EXPECT_EQ("NOT SET\r", line.substr(value)) << line;
+            sawMode = true;
+        }
+    }
+    EXPECT_TRUE(sawMode);
+    EXPECT_EQ(std::string::npos, run.out.find('\x1b'));
+}
+
+TEST_F(ZelplatReport, OutputOptionWritesTheDocumentIntoTheFile) {
+    const zeltest::ScratchLogFile file;
+    const auto run = zelplat(std::string("report --output \"") + file.path() + "\"");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ("", run.out);
+    const json document = json::parse(file.contents(), nullptr, false);
+    EXPECT_EQ(std::vector<std::string>{},
+              zeltest::SchemaViolations(zeltest::ReportSchema(), document));
+}
+
+TEST_F(ZelplatReport, UnknownReportOptionShowsTheReportsUsage) {
+    for (const char* arguments : {"report --yaml", "report --json --table", "report --output"}) {
+        const auto run = zelplat(arguments);
+        EXPECT_EQ(1u, run.exitCode) << arguments;
+        EXPECT_EQ("", run.out) << arguments;
+        EXPECT_NE(std::string::npos, run.err.find("usage: zelplat report [--json | --table]"))
+            << arguments;
+    }
+}
+
+// --- the doctor's rules, one prepared registry each ---------------------------------------------
+
+TEST_F(ZelplatReport, DoctorFindsNothingOnAnEmptyWorkstationAndExits0) {
+    EXPECT_EQ(Rules{}, doctorRules(0));
+    const auto run = zelplat("doctor");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ("doctor: nothing wrong found\r\n", run.out);
+}
+
+TEST_F(ZelplatReport, RuleAtrMiddlewareMissing) {
+    setAtr("GEMSAFE");
+    json findings;
+    EXPECT_EQ(Rules{"atr-middleware-missing"}, doctorRules(2, &findings));
+    EXPECT_EQ("install GemaltoMiddleware, or zelplat atr set PIVMINIDRIVER once its middleware is "
+              "installed",
+              findings["findings"][0]["fix"]);
+    EXPECT_EQ((json{{"atr.answer", "GEMSAFE"},
+                    {"atr.entries[0].minidriver", "GemSafeMD.dll"},
+                    {"GemaltoMiddleware.Detected", "false"}}),
+              findings["findings"][0]["facts"]);
+    workstation.install(kInstalledAwp);
+    // A problem and a warning: the problem decides the exit code.
+    EXPECT_EQ((Rules{"atr-middleware-missing", "piv-applet-not-set"}), doctorRules(2));
+    setApplet();
+    EXPECT_EQ(Rules{"atr-middleware-missing"}, doctorRules(2, &findings));
+    EXPECT_EQ("zelplat atr set PIVMINIDRIVER", findings["findings"][0]["fix"]);
+    setAtr("PIVMINIDRIVER");
+    EXPECT_EQ(Rules{}, doctorRules(0));
+}
+
+TEST_F(ZelplatReport, RuleAtrViewsDisagree) {
+    workstation.install(kInstalledAwp);
+    setApplet();
+    setAtr("PIVMINIDRIVER");
+    zeltest::WriteValue(
+        HKEY_LOCAL_MACHINE, kTqJcopContactlessKey, "ATR", REG_BINARY,
+        {0x3B, 0x89, 0x80, 0x01, 0x4A, 0x43, 0x4F, 0x50, 0x34, 0x31, 0x56, 0x32, 0x32, 0x4D},
+        KEY_WOW64_32KEY);
+    json findings;
+    EXPECT_EQ(Rules{"atr-views-disagree"}, doctorRules(2, &findings));
+    EXPECT_EQ("problem", findings["findings"][0]["severity"]);
+    EXPECT_EQ((json{{"contactless 64-bit", "present ATR FF898001"
+                                           "4A434F503431563232"
+                                           "4D"},
+                    {"contactless 32-bit", "present ATR 3B898001"
+                                           "4A434F503431563232"
+                                           "4D"}}),
+              findings["findings"][0]["facts"]);
+    EXPECT_EQ("zelplat atr set PIVMINIDRIVER", findings["findings"][0]["fix"]);
+    EXPECT_EQ(1, findings["problems"]);
+    EXPECT_EQ(0, findings["warnings"]);
+}
+
+TEST_F(ZelplatReport, RulePivAppletNotSet) {
+    workstation.install(kInstalledAwp);
+    json findings;
+    EXPECT_EQ(Rules{"piv-applet-not-set"}, doctorRules(1, &findings));
+    EXPECT_EQ("warning", findings["findings"][0]["severity"]);
+    EXPECT_EQ("zelplat enrollment set AGILE|COMPATIBILITY", findings["findings"][0]["fix"]);
+    EXPECT_EQ((json{{"OTMiddleware.Detected", "true"},
+                    {"enrollment.mode", "NOT SET"},
+                    {"enrollment.result", 11}}),
+              findings["findings"][0]["facts"]);
+    setApplet();
+    EXPECT_EQ(Rules{}, doctorRules(0));
+}
+
+TEST_F(ZelplatReport, RuleAgentNotRunning) {
+    installVessant();
+    json findings;
+    EXPECT_EQ(Rules{"agent-not-running"}, doctorRules(1, &findings));
+    EXPECT_EQ((json{{"identityAgent.installed",
+                     json::array({{{"name", "Vessant Identity Agent"}, {"version", "11.2"}}})},
+                    {"identityAgent.document.ia.name", "unknown"}}),
+              findings["findings"][0]["facts"]);
+    zeltest::AgentStandIn agent(kTqKVRAgentExecutable);
+    ASSERT_TRUE(agent.running());
+    EXPECT_EQ(Rules{}, doctorRules(0));
+}
+
+TEST_F(ZelplatReport, RuleSpringCheckRecordMismatch) {
+    setCardRemovalCheck(HKEY_CURRENT_USER, kTqIAUserKey, "False");
+    json findings;
+    EXPECT_EQ(Rules{"spring-check-record-mismatch"}, doctorRules(1, &findings));
+    EXPECT_EQ("zelplat ia spring-check off", findings["findings"][0]["fix"]);
+
+    zeltest::DeleteKeyTree(HKEY_CURRENT_USER, kTqIAUserKey);
+    zeltest::WriteValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue, REG_BINARY,
+                        std::vector<BYTE>(kTqZelCheckSize, 0x5A));
+    EXPECT_EQ(Rules{"spring-check-record-mismatch"}, doctorRules(1, &findings));
+    EXPECT_EQ("zelplat ia spring-check default", findings["findings"][0]["fix"]);
+    EXPECT_EQ((json{{"identityAgent.userSettings.cardRemovalCheck", nullptr},
+                    {"identityAgent.userSettings.zelCheckBytes", kTqZelCheckSize},
+                    {"identityAgent.document.springCheck.status", "unknown"}}),
+              findings["findings"][0]["facts"]);
+
+    setCardRemovalCheck(HKEY_CURRENT_USER, kTqIAUserKey, "FALSE");
+    EXPECT_EQ(Rules{}, doctorRules(0));
+}
+
+TEST_F(ZelplatReport, RuleRegistryAccessDenied) {
+    workstation.install(kInstalledAwp);
+    setApplet();
+    const std::string entry = std::string(zeltest::kUninstallKey) + "\\{ZELTEST-AWP}";
+    json findings;
+    {
+        const zeltest::DeniedKey denied(HKEY_LOCAL_MACHINE, entry, KEY_WOW64_64KEY);
+        EXPECT_EQ(Rules{"registry-access-denied"}, doctorRules(1, &findings));
+    }
+    EXPECT_EQ((json{{"deniedKeys", json::array({"HKLM\\" + entry + " (64-bit view)"})}}),
+              findings["findings"][0]["facts"]);
+    EXPECT_EQ(Rules{}, doctorRules(0));
+}
+
+TEST_F(ZelplatReport, DoctorTextNamesSeverityFactsAndFixWithoutColour) {
+    workstation.install(kInstalledAwp);
+    const auto run = zelplat("doctor");
+    EXPECT_EQ(1u, run.exitCode);
+    EXPECT_EQ("WARNING  piv-applet-not-set\r\n"
+              "  The PIV minidriver (OT middleware) is installed, but no enrollment applet is set "
+              "for this user.\r\n"
+              "  facts:\r\n"
+              "     OTMiddleware.Detected  true\r\n"
+              "     enrollment.mode        NOT SET\r\n"
+              "     enrollment.result      11\r\n"
+              "  fix:   zelplat enrollment set AGILE|COMPATIBILITY\r\n"
+              "\r\n"
+              "doctor: 0 problems, 1 warning\r\n",
+              run.out);
+}
+
+TEST_F(ZelplatReport, HelpForTheNewCommands) {
+    for (const char* arguments : {"help report", "report --help"}) {
+        const auto run = zelplat(arguments);
+        EXPECT_EQ(0u, run.exitCode) << arguments;
+        EXPECT_EQ(0u, run.out.find("usage: zelplat report [--json | --table] [--output FILE]\r\n"))
+            << arguments;
+    }
+    const auto doctor = zelplat("help doctor");
+    EXPECT_EQ(0u, doctor.exitCode);
+    EXPECT_NE(std::string::npos,
+              doctor.out.find("Exit code 0: nothing found; 1: warnings only; 2: at least one "
+                              "problem.\r\n"));
+    const auto unknown = zelplat("help frobnicate");
+    EXPECT_EQ(1u, unknown.exitCode);
+    EXPECT_NE(std::string::npos, unknown.err.find("usage: zelplat"));
+}
+
+} // namespace

@@ -1,0 +1,184 @@
+#include "CardCommands.h"
+
+#include "CardList.h"
+#include "PlatformDll.h"
+#include "Usage.h"
+#include "api/TqZelDLLPlatform.h"
+#include "base/TqResultCodes.h"
+#include "logging/ZelLogger.h"
+
+#include <cstdio>
+#include <fstream>
+#include <io.h>
+#include <iostream>
+
+namespace {
+
+struct CardOptions {
+    std::string reader;
+    std::string pin;
+    bool pinGiven = false;
+};
+
+bool readOptions(const Arguments& arguments, CardOptions& options) {
+    if (arguments.size() != 2 && arguments.size() != 4) {
+        return false;
+    }
+    options.reader = arguments[1];
+    if (arguments.size() == 4) {
+        if (arguments[2] != "--pin") {
+            return false;
+        }
+        options.pin = arguments[3];
+        options.pinGiven = true;
+    }
+    return true;
+}
+
+// One line from standard input; at a console the typing is not shown.
+std::string readPin() {
+    const HANDLE input = ::GetStdHandle(STD_INPUT_HANDLE);
+    DWORD mode = 0;
+    const bool console = _isatty(0) != 0 && ::GetConsoleMode(input, &mode);
+    if (console) {
+        std::fputs("PIN: ", stderr);
+        ::SetConsoleMode(input, mode & ~static_cast<DWORD>(ENABLE_ECHO_INPUT));
+    }
+    std::string pin;
+    std::getline(std::cin, pin);
+    if (console) {
+        ::SetConsoleMode(input, mode);
+        std::fputs("\n", stderr);
+    }
+    if (!pin.empty() && pin.back() == '\r') {
+        pin.pop_back();
+    }
+    return pin;
+}
+
+// The library explains a failed card step only in its log. Without --log the tool lends it a
+// log file of its own and shows the ERROR lines of it when the step failed.
+class FailureReasons {
+public:
+    explicit FailureReasons(const char* logFile) : given_(logFile) {
+        char folder[MAX_PATH];
+        char path[MAX_PATH];
+        if (given_ == nullptr && ::GetTempPathA(sizeof folder, folder) != 0 &&
+            ::GetTempFileNameA(folder, "zpl", 0, path) != 0) {
+            lent_ = path;
+        }
+    }
+    ~FailureReasons() {
+        if (!lent_.empty()) {
+            // The logger keeps its file open and does not share deletion: point it away first.
+            TqLogger().SetFileName("NUL");
+            ::DeleteFileA(lent_.c_str());
+        }
+    }
+    FailureReasons(const FailureReasons&) = delete;
+    FailureReasons& operator=(const FailureReasons&) = delete;
+
+    const char* logFile() const { return given_ != nullptr ? given_ : lent_.c_str(); }
+
+    void show() const {
+        std::ifstream log(lent_);
+        for (std::string line; !lent_.empty() && std::getline(log, line);) {
+            const std::size_t level = line.find("[ERROR] ");
+            if (level != std::string::npos) {
+                std::fprintf(stderr, "zelplat: %s\n", line.substr(level).c_str());
+            }
+        }
+    }
+
+private:
+    const char* given_;
+    std::string lent_;
+};
+
+// What the check did, by the check's result.
+const char* checkAnswer(int result) {
+    switch (result) {
+    case 1:
+        return "The card's content is valid; nothing was done.";
+    case 2:
+        return "The card's content was invalid; its cache was cleared and it is valid now.";
+    case 0:
+        return "The card's content is invalid; its cache was cleared three times and it is "
+               "still invalid.";
+    case 3:
+        return "The Oberthur middleware is not installed; the card was not checked.";
+    default:
+        return nullptr;
+    }
+}
+
+// The check's results 0 to 3 are answers; a negative one is a failure.
+int reportCheck(int result, const FailureReasons& reasons) {
+    const char* answer = checkAnswer(result);
+    if (answer != nullptr) {
+        std::printf("%s\n", answer);
+        return result;
+    }
+    reasons.show();
+    std::fprintf(stderr, "zelplat: %s\n", TqGetCommonResultText(result).c_str());
+    return result;
+}
+
+int reportClear(int result, const FailureReasons& reasons) {
+    if (result == 0) {
+        std::fputs("The card's cache was cleared: its freshness counters were bumped three "
+                   "times.\n",
+                   stdout);
+        return 0;
+    }
+    reasons.show();
+    std::fprintf(stderr, "zelplat: %s\n", TqGetCommonResultText(result).c_str());
+    return result;
+}
+
+using CardStep = int (*)(TqZelDLLPlatform& platform, const CardOptions& options,
+                         const char* logFile);
+using CardReport = int (*)(int result, const FailureReasons& reasons);
+
+int runCardStep(const Arguments& arguments, const char* logFile, CardStep step, CardReport report) {
+    CardOptions options;
+    if (!readOptions(arguments, options)) {
+        return CommandUsageError("card", "card: a reader name (and --pin PIN) expected");
+    }
+    if (!options.pinGiven) {
+        options.pin = readPin();
+    }
+    const FailureReasons reasons(logFile);
+    TqZelDLLPlatform platform;
+    int result = 0;
+    {
+        const LibraryLinesToStandardError libraryLines;
+        result = step(platform, options, reasons.logFile());
+    }
+    return report(result, reasons);
+}
+
+int checkStep(TqZelDLLPlatform& platform, const CardOptions& options, const char* logFile) {
+    return platform.OberthurSeries8CardCheckAndCacheClear(options.reader.c_str(),
+                                                          options.pin.c_str(), logFile);
+}
+
+int clearStep(TqZelDLLPlatform& platform, const CardOptions& options, const char* logFile) {
+    return platform.OberthurCacheClear(options.reader.c_str(), options.pin.c_str(), logFile);
+}
+
+} // namespace
+
+int RunCardCommand(const Arguments& arguments, const char* logFile) {
+    if (arguments.size() == 1 && arguments[0] == "list") {
+        return RunCardList();
+    }
+    if (!arguments.empty() && arguments[0] == "check") {
+        return runCardStep(arguments, logFile, checkStep, reportCheck);
+    }
+    if (!arguments.empty() && arguments[0] == "clear-cache") {
+        return runCardStep(arguments, logFile, clearStep, reportClear);
+    }
+    return CommandUsageError("card", arguments.empty() ? "card: list, check or clear-cache expected"
+                                                       : "card: unknown words");
+}

@@ -1,0 +1,65 @@
+#include "DoctorRules.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace {
+
+// "FALSE" or "0" in any letter case: the user's value switches the check off.
+bool switchesOff(const std::string& text) {
+    std::string upper;
+    for (const char c : text) {
+        upper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    return upper == "FALSE" || upper == "0";
+}
+
+} // namespace
+
+// zelplat ia spring-check writes CardRemovalCheck "False" and ZelCheck together and removes
+// them together; one without the other was made by hand or left behind.
+void SpringCheckRecordMismatch(const ReportJson& report, std::vector<Finding>& findings) {
+    const ReportJson settings =
+        report.value("/identityAgent/userSettings"_json_pointer, ReportJson::object());
+    const ReportJson check = settings.value("cardRemovalCheck", ReportJson());
+    const ReportJson record = settings.value("zelCheckBytes", ReportJson());
+    const bool off = check.is_string() && switchesOff(check.get<std::string>());
+    const bool recorded = !record.is_null();
+    if (off == recorded) {
+        return;
+    }
+    const std::string status = ReportTextAt(report, "/identityAgent/document/springCheck/status");
+    findings.push_back(
+        {"spring-check-record-mismatch", "warning",
+         recorded ? "A ZelCheck record is stored, but this user's spring check is not switched "
+                    "off: the record is left over and the restart report is wrong."
+                  : "This user's spring check is switched off without a ZelCheck record: "
+                    "nobody can tell whether the agent has restarted since.",
+         ReportJson{{"identityAgent.userSettings.cardRemovalCheck", check},
+                    {"identityAgent.userSettings.zelCheckBytes", record},
+                    {"identityAgent.document.springCheck.status", status}},
+         recorded ? "zelplat ia spring-check default" : "zelplat ia spring-check off"});
+}
+
+void RegistryAccessDenied(const ReportJson& report, std::vector<Finding>& findings) {
+    ReportJson denied = ReportJson::array();
+    for (auto section = report.begin(); section != report.end(); ++section) {
+        const ReportJson keys = section.value().is_object()
+                                    ? section.value().value("deniedKeys", ReportJson::array())
+                                    : ReportJson::array();
+        for (const ReportJson& key : keys) {
+            if (std::find(denied.begin(), denied.end(), key) == denied.end()) {
+                denied.push_back(key);
+            }
+        }
+    }
+    if (denied.empty()) {
+        return;
+    }
+    findings.push_back({"registry-access-denied", "warning",
+                        "Registry keys that the library searches could not be read (access "
+                        "denied): its answers may be incomplete.",
+                        ReportJson{{"deniedKeys", denied}},
+                        "zelplat doctor, run by an administrator (or give this user read "
+                        "access to the keys)"});
+}

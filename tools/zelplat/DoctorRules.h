@@ -1,0 +1,8 @@
+// The doctor's rules that read the agent's settings and the registry's access, beside those of
+// Doctor.cpp. Free of <windows.h>.
+#pragma once
+
+#include "Doctor.h"
+
+void SpringCheckRecordMismatch(const ReportJson& report, std::vector<Finding>& findings);
+void RegistryAccessDenied(const ReportJson& report, std::vector<Finding>& findings);

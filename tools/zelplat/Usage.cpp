@@ -1,0 +1,166 @@
+#include "Usage.h"
+
+#include "base/TqResultCodes.h"
+
+#include <cstdio>
+
+namespace {
+
+const char kUsage[] =
+    "usage: zelplat [--log FILE] COMMAND [ARGUMENTS]\n"
+    "\n"
+    "Asks ZelPlatformMethods64.dll (next to zelplat.exe) about this workstation.\n"
+    "\n"
+    "commands:\n"
+    "  report [--json|--table] [--output FILE]\n"
+    "                                       every read-only answer in one document\n"
+    "  doctor [--json]                      what is wrong here, and the command that fixes it\n"
+    "                                       (exit 0: nothing, 1: warnings, 2: problems)\n"
+    "  card list                            readers, their cards and the cards' minidrivers\n"
+    "  card check READER [--pin PIN]        check the card's key containers, and clear its\n"
+    "                                       minidriver cache when they look invalid\n"
+    "  card clear-cache READER [--pin PIN]  clear the card's minidriver cache\n"
+    "  enrollment get                       applet the PIV minidriver presents\n"
+    "  enrollment set AGILE|COMPATIBILITY   switch the PIV minidriver's applet\n"
+    "  file-version PATH                    major file version of a module\n"
+    "  middleware [--table]                 supported smart-card middleware (JSON, or a table)\n"
+    "  oberthur                             the OT middleware record (exit 1: detected)\n"
+    "  atr get                              minidriver the JCOP 41 card entries name\n"
+    "  atr set GEMSAFE|PIVMINIDRIVER        point the JCOP 41 card entries at a minidriver\n"
+    "  ia                                   the Identity Agent document (JSON); exit 0 whether\n"
+    "                                       or not an agent runs, non-zero when the detection\n"
+    "                                       failed\n"
+    "  ia --table                           the Identity Agent and its spring check, readable\n"
+    "  ia spring-check off|default          switch the spring check off for this user, or\n"
+    "                                       back to the agent's default\n"
+    "  help COMMAND                         more about one command (also: COMMAND --help)\n"
+    "\n"
+    "options:\n"
+    "  --log FILE   append the library's log lines to FILE\n"
+    "  --help       show this text\n"
+    "  --version    show zelplat's version\n"
+    "\n"
+    "The answer goes to standard output, and nothing else does: the library's own progress\n"
+    "lines go to standard error. A failure is explained on standard error and its result\n"
+    "code is the exit code.\n";
+
+struct CommandHelp {
+    const char* command;
+    const char* text;
+};
+
+const CommandHelp kCommandHelp[] = {
+    {"report",
+     "usage: zelplat report [--json | --table] [--output FILE]\n"
+     "\n"
+     "Every read-only answer of the library in one document, and the registry entries behind\n"
+     "them. Nothing on the workstation is changed. Sections: library, fileVersions,\n"
+     "enrollment, atr, middleware, oberthur, identityAgent; each carries the result code of\n"
+     "the export it asked and that code's text. A registry key the tool could not read is\n"
+     "listed under the section's deniedKeys.\n"
+     "\n"
+     "  --json          one JSON object (the default); its schema is docs/report.schema.json\n"
+     "  --table         the same answers as aligned SECTION / FIELD / VALUE lines\n"
+     "  --output FILE   write the document to FILE instead of standard output\n"
+     "\n"
+     "Exit code 0 when the report was made, whatever it says.\n"},
+    {"doctor",
+     "usage: zelplat doctor [--json]\n"
+     "\n"
+     "Reads the report and says what is wrong with this workstation's smart-card setup: for\n"
+     "each finding its rule, its severity (problem or warning), the facts it read and the\n"
+     "zelplat command that fixes it. Nothing on the workstation is changed.\n"
+     "\n"
+     "  --json   the findings as one JSON object, for a management tool\n"
+     "\n"
+     "Exit code 0: nothing found; 1: warnings only; 2: at least one problem.\n"},
+    {"card",
+     "usage: zelplat card list\n"
+     "       zelplat card check READER [--pin PIN]\n"
+     "       zelplat card clear-cache READER [--pin PIN]\n"
+     "\n"
+     "  list          every reader, whether a card is in it, the card's ATR, the card name the\n"
+     "                smart-card database gives that ATR and the minidriver it names\n"
+     "  check         checks the key containers of the Oberthur card in READER on both\n"
+     "                applets; when they look invalid, clears the card's minidriver cache (up to\n"
+     "                three times, presenting the PIN each time) and checks again. The exit\n"
+     "                code is the check's result: 1 valid, nothing done; 2 cache cleared, now\n"
+     "                valid; 0 cache cleared, still invalid; 3 Oberthur middleware not\n"
+     "                installed; negative: the check failed\n"
+     "  clear-cache   presents the PIN and clears the card's minidriver cache three times,\n"
+     "                without checking the card first; exit 0, or 4 when a step failed\n"
+     "\n"
+     "Without --pin the PIN is read from standard input (one line). A failure's reason, from\n"
+     "the library's log, is shown on standard error.\n"},
+    {"enrollment",
+     "usage: zelplat enrollment get\n"
+     "       zelplat enrollment set AGILE|COMPATIBILITY\n"
+     "\n"
+     "The applet the PIV minidriver presents for enrollment (the per-user EnableKVREnrollment\n"
+     "setting). get prints AGILE, COMPATIBILITY or NOT SET (exit 11: key missing, 4: value\n"
+     "missing).\n"},
+    {"file-version",
+     "usage: zelplat file-version PATH\n"
+     "\n"
+     "The major file version of a module, from its version resource (exit 11: not found).\n"},
+    {"middleware",
+     "usage: zelplat middleware [--table]\n"
+     "\n"
+     "The supported smart-card middleware document the client receives; --table gives one\n"
+     "aligned line per row.\n"},
+    {"oberthur", "usage: zelplat oberthur\n"
+                 "\n"
+                 "The OTMiddleware record; exit 1 when the middleware is detected, 0 when not.\n"},
+    {"atr",
+     "usage: zelplat atr get\n"
+     "       zelplat atr set GEMSAFE|PIVMINIDRIVER\n"
+     "\n"
+     "Which minidriver the JCOP 41 card entries of the smart-card database give the card; set\n"
+     "rewrites both entries in the 64-bit and the 32-bit registry view.\n"},
+    {"ia", "usage: zelplat ia [--table]\n"
+           "       zelplat ia spring-check off|default\n"
+           "\n"
+           "The Identity Agent document, or a readable summary of it; spring-check switches the\n"
+           "agent's card-removal check off for this user (the agent must run) or back to its\n"
+           "default.\n"},
+    {"help", "usage: zelplat help COMMAND\n"
+             "\n"
+             "More about one command: report, doctor, card, enrollment, file-version, middleware,\n"
+             "oberthur, atr, ia.\n"},
+};
+
+const CommandHelp* findHelp(const std::string& command) {
+    for (const CommandHelp& help : kCommandHelp) {
+        if (command == help.command) {
+            return &help;
+        }
+    }
+    return nullptr;
+}
+
+} // namespace
+
+void PrintUsage() {
+    std::fputs(kUsage, stdout);
+}
+
+bool PrintCommandHelp(const std::string& command) {
+    const CommandHelp* help = findHelp(command);
+    if (help == nullptr) {
+        return false;
+    }
+    std::fputs(help->text, stdout);
+    return true;
+}
+
+int UsageError(const std::string& problem) {
+    std::fprintf(stderr, "zelplat: %s\n\n%s", problem.c_str(), kUsage);
+    return tq::kInvalidArguments;
+}
+
+int CommandUsageError(const std::string& command, const std::string& problem) {
+    const CommandHelp* help = findHelp(command);
+    std::fprintf(stderr, "zelplat: %s\n\n%s", problem.c_str(),
+                 help != nullptr ? help->text : kUsage);
+    return tq::kInvalidArguments;
+}
