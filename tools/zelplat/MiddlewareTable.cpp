@@ -1,8 +1,9 @@
 #include "MiddlewareTable.h"
 
+#include "base/TqPattern.h"
+
 #include <cstdio>
 #include <map>
-#include <regex>
 #include <sstream>
 #include <vector>
 
@@ -14,18 +15,19 @@ struct Row {
 };
 
 // The document's own layout: a record opens with a tab and its quoted key, its fields follow
-// one a line, each two tabs in.
+// one a line, each two tabs in. The document carries text from the workstation, so it is read
+// with the linear matcher.
 std::vector<Row> readRows(const std::string& document) {
-    static const std::regex recordLine(R"x(^\t"([^"]+)": \{$)x");
-    static const std::regex fieldLine(R"x(^\t\t"([^"]+)":\s*"(.*)",?$)x");
+    static const TqPattern recordLine(R"x(^\t"([^"]+)": \{$)x");
+    static const TqPattern fieldLine(R"x(^\t\t"([^"]+)":\s*"(.*)",?$)x");
     std::vector<Row> rows;
     std::istringstream lines(document);
     for (std::string line; std::getline(lines, line);) {
-        std::smatch match;
-        if (std::regex_match(line, match, recordLine)) {
-            rows.push_back({match[1].str(), {}});
-        } else if (!rows.empty() && std::regex_match(line, match, fieldLine)) {
-            rows.back().fields.emplace(match[1].str(), match[2].str());
+        TqPattern::Groups match;
+        if (recordLine.fullMatch(line, match)) {
+            rows.push_back({std::string(match.text(line, 1)), {}});
+        } else if (!rows.empty() && fieldLine.fullMatch(line, match)) {
+            rows.back().fields.emplace(match.text(line, 1), match.text(line, 2));
         }
     }
     return rows;
