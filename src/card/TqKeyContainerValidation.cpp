@@ -174,7 +174,7 @@ std::string rememberedMode() {
     TqUniqueClientText mode;
     int length = 0;
     const int result = TqGetEnrollmentMode(mode.put(), &length, nullptr);
-    const std::string word = mode ? std::string(mode.get(), length) : std::string();
+    std::string word = mode ? std::string(mode.get(), length) : std::string();
     if (result != 0) {
         throw TqFailure("Failed to cache current enrollment mode. Error code: " +
                             TqGetCommonResultText(result),

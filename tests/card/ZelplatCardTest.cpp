@@ -17,8 +17,6 @@ using zelkit::CardState;
 const zeltest::InstalledProgram kInstalledAwp = {
     "{ZELTEST-AWP}", "AWP 5.2.1 (64-bit)", "Oberthur Technologies", "5.2.1.77", 5, 2};
 
-constexpr const char* kListHeader = "READER           CARD     ATR";
-
 std::string atrText(const CardState& state) {
     static const char kDigits[] = "0123456789ABCDEF";
     std::string text;

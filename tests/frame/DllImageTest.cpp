@@ -153,9 +153,13 @@ TEST(DllImage, DistributionCopyIsStrippedButExportsAndLoadsTheSame) {
     table.FreeStringData(&version);
 }
 
-TEST(DllImage, ImportLibraryIsProduced) {
-    const std::string lib = zeltest::ProgramFolder() + "..\\lib\\ZelPlatformMethods64.lib";
-    EXPECT_NE(INVALID_FILE_ATTRIBUTES, ::GetFileAttributesA(lib.c_str())) << lib;
+// libZelPlatformMethods64.dll.a for mingw-w64 and clang clients, ZelPlatformMethods64.lib for
+// MSVC clients.
+TEST(DllImage, ImportLibrariesAreProduced) {
+    for (const char* name : {"libZelPlatformMethods64.dll.a", "ZelPlatformMethods64.lib"}) {
+        const std::string lib = zeltest::ProgramFolder() + "..\\lib\\" + name;
+        EXPECT_NE(INVALID_FILE_ATTRIBUTES, ::GetFileAttributesA(lib.c_str())) << lib;
+    }
 }
 
 } // namespace

@@ -72,8 +72,8 @@ TEST(CommonResultText, EveryRowOfTheTableReadsAsWritten) {
         "Directory not found",
         "Failed to access the directory",
         "Failed to create the directory",
-        "Index is out of range. The supplied index to the content is outside of the size of said "
-        "contents containment",
+        ("Index is out of range. The supplied index to the content is outside of the size of said "
+         "contents containment"),
         "Failed to convert supplied data to required type",
         "Count of required elements is greater than the containers size",
         "Element offset and required element count will cause container over run",

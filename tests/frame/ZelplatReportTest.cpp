@@ -102,7 +102,8 @@ TEST_F(ZelplatReport, JsonIsOneObjectWithTheSevenSectionsEachWithItsResult) {
     // The library's documents are embedded as JSON, not as text.
     EXPECT_EQ("false", document["middleware"]["document"]["OTMiddleware"]["Detected"]);
     EXPECT_EQ("unknown", document["identityAgent"]["document"]["ia"]["name"]);
-    EXPECT_EQ(zeltest::BuiltFile("ZelPlatformMethods64.dll"), document["library"]["path"]);
+    EXPECT_EQ(zeltest::BuiltFile("ZelPlatformMethods64.dll"),
+              document["library"]["path"].get<std::string>());
     EXPECT_EQ("1.0.0.0", document["library"]["fileVersion"]);
     EXPECT_EQ("winscard", document["fileVersions"]["modules"][0]["role"]);
 }

@@ -30,6 +30,15 @@ TEST_F(Zelplat, HelpListsTheCommandsAndExits0) {
     EXPECT_NE(std::string::npos, run.out.find("file-version PATH"));
     EXPECT_NE(std::string::npos, run.out.find("ia --table"));
     EXPECT_NE(std::string::npos, run.out.find("ia spring-check off|default"));
+    EXPECT_NE(std::string::npos, run.out.find("  --version    show zelplat's version\r\n"));
+    EXPECT_EQ("", run.err);
+}
+
+// ZEL_TEST_PROJECT_VERSION is the version of project() in the root CMakeLists.txt.
+TEST_F(Zelplat, VersionPrintsTheProjectVersionAloneAndExits0) {
+    const auto run = zelplat("--version");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ("zelplat " ZEL_TEST_PROJECT_VERSION "\r\n", run.out);
     EXPECT_EQ("", run.err);
 }
 

@@ -18,7 +18,8 @@ const char* const kAgentNames[] = {"Vessant Identity Agent", "KVR Digital Identi
                                    "KVR Identity Agent", "KVR Halden Identity Agent"};
 
 template <typename Query>
-ReportJson documentSection(const PlatformDll& dll, Query query, std::vector<SearchedKey> keys) {
+ReportJson documentSection(const PlatformDll& dll, Query query,
+                           const std::vector<SearchedKey>& keys) {
     const Outcome outcome = AskForText(dll.api(), query);
     ReportJson section = ExportResult(outcome.result);
     EmbedDocument(section, outcome.answer);

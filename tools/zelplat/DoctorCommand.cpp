@@ -21,7 +21,7 @@ bool colourWanted() {
 }
 
 std::string severityWord(const std::string& severity, bool colour) {
-    const std::string word = severity == "problem" ? "PROBLEM" : "WARNING";
+    std::string word = severity == "problem" ? "PROBLEM" : "WARNING";
     if (!colour) {
         return word;
     }

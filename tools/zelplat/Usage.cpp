@@ -38,6 +38,7 @@ const char kUsage[] =
     "options:\n"
     "  --log FILE   append the library's log lines to FILE\n"
     "  --help       show this text\n"
+    "  --version    show zelplat's version\n"
     "\n"
     "The answer goes to standard output, and nothing else does: the library's own progress\n"
     "lines go to standard error. A failure is explained on standard error and its result\n"

@@ -4,7 +4,9 @@
 #include "LibraryCommands.h"
 #include "ReportCommand.h"
 #include "Usage.h"
+#include "ZelVersion.h"
 
+#include <cstdio>
 #include <string>
 
 namespace {
@@ -60,6 +62,10 @@ int main(int argc, char** argv) {
     Arguments words(argv + 1, argv + argc);
     if (!words.empty() && words[0] == "--help") {
         PrintUsage();
+        return 0;
+    }
+    if (!words.empty() && words[0] == "--version") {
+        std::fputs("zelplat " ZEL_VERSION_TEXT "\n", stdout);
         return 0;
     }
     std::string logFile;
