@@ -12,7 +12,7 @@
 find_program(ZEL_NM NAMES ${CMAKE_C_COMPILER_TARGET}-nm x86_64-w64-mingw32-nm llvm-nm-16 llvm-nm
              REQUIRED)
 
-# The functions LIBRARY (a path to libX.a) defines, as the EXPORTS of a .def file.
+# The functions LIBRARY (a path to libX.a) defines, as the text of a .def file in OUT.
 function(zel_def_of_import_library library dll out)
     execute_process(COMMAND ${ZEL_NM} --defined-only ${library}
                     OUTPUT_VARIABLE symbols RESULT_VARIABLE failed ERROR_QUIET)
@@ -28,7 +28,7 @@ function(zel_def_of_import_library library dll out)
     list(REMOVE_DUPLICATES names)
     list(SORT names)
     list(JOIN names "\n    " exports)
-    file(WRITE ${out} "LIBRARY ${dll}\nEXPORTS\n    ${exports}\n")
+    set(${out} "LIBRARY ${dll}\nEXPORTS\n    ${exports}\n" PARENT_SCOPE)
 endfunction()
 
 function(zel_delay_loaded target dll)
@@ -38,14 +38,27 @@ function(zel_delay_loaded target dll)
     set(def ${folder}/${stem}.def)
     set(library ${folder}/lib${stem}_delay.a)
     file(MAKE_DIRECTORY ${folder})
-    zel_def_of_import_library(${ZEL_IMPORT_LIBRARY_${stem}} ${stem}.dll ${def})
+    zel_def_of_import_library(${ZEL_IMPORT_LIBRARY_${stem}} ${stem}.dll definition)
 
     add_library(${target} INTERFACE)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        target_link_options(${target} INTERFACE "-Wl,--delayload=${stem}.dll")
+    endif()
+    target_link_libraries(${target} INTERFACE ${library})
+
+    # Made again only when the names changed, so that configuring again relinks nothing.
+    set(madeFrom "")
+    if(EXISTS ${def} AND EXISTS ${library})
+        file(READ ${def} madeFrom)
+    endif()
+    if(madeFrom STREQUAL definition)
+        return()
+    endif()
+    file(WRITE ${def} "${definition}")
     if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
         find_program(ZEL_LLVM_DLLTOOL NAMES llvm-dlltool-16 llvm-dlltool REQUIRED)
         execute_process(COMMAND ${ZEL_LLVM_DLLTOOL} -m i386:x86-64 -d ${def} -l ${library}
                         RESULT_VARIABLE failed)
-        target_link_options(${target} INTERFACE "-Wl,--delayload=${stem}.dll")
     else()
         find_program(ZEL_DLLTOOL NAMES x86_64-w64-mingw32-dlltool REQUIRED)
         execute_process(COMMAND ${ZEL_DLLTOOL} --input-def ${def} --output-delaylib ${library}
@@ -53,7 +66,7 @@ function(zel_delay_loaded target dll)
                         RESULT_VARIABLE failed)
     endif()
     if(failed)
+        file(REMOVE ${def} ${library})
         message(FATAL_ERROR "Cannot make the delay-import library of ${stem}.dll")
     endif()
-    target_link_libraries(${target} INTERFACE ${library})
 endfunction()
