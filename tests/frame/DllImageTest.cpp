@@ -123,14 +123,15 @@ TEST(DllImage, VersionResourceNamesTheProductAndItsVersion) {
     UINT length = 0;
     ASSERT_TRUE(::VerQueryValueA(block.data(), "\\", reinterpret_cast<void**>(&fixed), &length));
     EXPECT_EQ(static_cast<DWORD>(VFT_DLL), fixed->dwFileType);
-    EXPECT_EQ(0x00010000u, fixed->dwFileVersionMS);
+    EXPECT_EQ(static_cast<DWORD>((ZEL_TEST_VERSION_MAJOR << 16) | ZEL_TEST_VERSION_MINOR),
+              fixed->dwFileVersionMS);
     char* text = nullptr;
     ASSERT_TRUE(::VerQueryValueA(block.data(), "\\StringFileInfo\\040904b0\\ProductName",
                                  reinterpret_cast<void**>(&text), &length));
     EXPECT_STREQ("ZelPlatformMethods64", text);
     ASSERT_TRUE(::VerQueryValueA(block.data(), "\\StringFileInfo\\040904b0\\FileVersion",
                                  reinterpret_cast<void**>(&text), &length));
-    EXPECT_STREQ("1.0.0.0", text);
+    EXPECT_STREQ(ZEL_TEST_PROJECT_VERSION ".0", text);
 }
 
 TEST(DllImage, DistributionCopyIsStrippedButExportsAndLoadsTheSame) {

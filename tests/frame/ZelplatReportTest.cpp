@@ -104,7 +104,7 @@ TEST_F(ZelplatReport, JsonIsOneObjectWithTheSevenSectionsEachWithItsResult) {
     EXPECT_EQ("unknown", document["identityAgent"]["document"]["ia"]["name"]);
     EXPECT_EQ(zeltest::BuiltFile("ZelPlatformMethods64.dll"),
               document["library"]["path"].get<std::string>());
-    EXPECT_EQ("1.0.0.0", document["library"]["fileVersion"]);
+    EXPECT_EQ(ZEL_TEST_PROJECT_VERSION ".0", document["library"]["fileVersion"]);
     EXPECT_EQ("winscard", document["fileVersions"]["modules"][0]["role"]);
 }
 
