@@ -21,6 +21,8 @@ packages=(
     libclang-rt-16-dev
     llvm-16
     clang-tidy-16
+    # The format check of the suite (.clang-format).
+    clang-format-16
 )
 
 # Prints the packages of the list that are not installed yet.
