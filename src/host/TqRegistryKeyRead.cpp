@@ -10,10 +10,10 @@ namespace {
 // The search never follows WOW64 redirection: 32-bit data is asked for by its Wow6432Node path.
 constexpr REGSAM kSearchAccess = KEY_READ | KEY_WOW64_64KEY;
 
-// Registry limits: key names are at most 255 characters, value names at most 16,383. A name
-// that has grown past the counted length since the count is read again at these sizes.
-constexpr DWORD kSubKeyNameCapacity = 1024;
-constexpr DWORD kValueNameCapacity = 16383;
+// A name that has grown past the counted length since the count is read again at the registry's
+// limits.
+constexpr DWORD kSubKeyNameCapacity = kTqSubKeyNameCapacity;
+constexpr DWORD kValueNameCapacity = kTqValueNameCapacity;
 constexpr DWORD kClassNameCapacity = 260;
 
 // A value read the slow way: its size first, then its data into a buffer of that size. Used
@@ -129,8 +129,6 @@ TqRegistryKeyRead TqReadRegistryKey(HKEY root, const std::string& keyPath,
     if (read.countStatus != ERROR_SUCCESS) {
         return read;
     }
-    read.subKeyCount = subKeyCount;
-    read.valueCount = valueCount;
     read.subKeys = TqReadSubKeyNames(key.get(), subKeyCount, longestSubKeyName);
     read.values = TqReadValues(key.get(), valueCount, longestValueName, largestData, kept);
     return read;

@@ -10,6 +10,11 @@
 #include <string>
 #include <vector>
 
+// Registry limits: key names are at most 255 characters, value names at most 16,383. A reader
+// without a count of the key's longest names uses these.
+inline constexpr std::uint32_t kTqSubKeyNameCapacity = 1024;
+inline constexpr std::uint32_t kTqValueNameCapacity = 16383;
+
 struct TqRegistrySubKeyRead {
     LSTATUS status = ERROR_SUCCESS; // of RegEnumKeyEx
     std::string name;
@@ -27,12 +32,10 @@ struct TqRegistryValueRead {
 };
 
 struct TqRegistryKeyRead {
-    LSTATUS openStatus = ERROR_SUCCESS;  // of RegOpenKeyEx
-    LSTATUS countStatus = ERROR_SUCCESS; // of RegQueryInfoKey
-    std::uint32_t subKeyCount = 0;
-    std::uint32_t valueCount = 0;
-    std::vector<TqRegistrySubKeyRead> subKeys; // subKeyCount entries, in enumeration order
-    std::vector<TqRegistryValueRead> values;   // valueCount entries, in enumeration order
+    LSTATUS openStatus = ERROR_SUCCESS;        // of RegOpenKeyEx
+    LSTATUS countStatus = ERROR_SUCCESS;       // of RegQueryInfoKey
+    std::vector<TqRegistrySubKeyRead> subKeys; // as many as the key counted, in enumeration order
+    std::vector<TqRegistryValueRead> values;   // as many as the key counted, in enumeration order
 };
 
 // The value names whose data a read keeps: a value is kept when its name is a leading part of

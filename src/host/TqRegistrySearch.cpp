@@ -17,10 +17,6 @@
 
 namespace {
 
-// Registry limits: key names are at most 255 characters, value names at most 16,383.
-constexpr DWORD kSubKeyNameCapacity = 1024;
-constexpr DWORD kValueNameCapacity = 16383;
-
 constexpr const char* kUninstall32 =
     "SOFTWARE\\Wow6432Node\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
 constexpr const char* kSubKeyStep = "TqFindRegistryProcessSubKey";
@@ -111,6 +107,11 @@ void examineValues(const std::vector<TqRegistryValueRead>& values, TqRegistrySea
     }
 }
 
+// A list a step walks as it was read before.
+template <typename List> auto alreadyRead(const List& list) {
+    return [&list]() -> const List& { return list; };
+}
+
 // The values step over whatever readValues gives; null arguments are refused first.
 template <typename ReadValues>
 int processValues(bool validArguments, TqRegistrySearchEntry* entry,
@@ -185,8 +186,7 @@ int searchOwnValues(const TqRegistryKeyRead& key, const std::string& keyPath, in
             return 0;
         }
     }
-    const int matched = processValues(
-        true, &entry, [&]() -> const auto& { return key.values; });
+    const int matched = processValues(true, &entry, alreadyRead(key.values));
     if (matched != 0 &&
         (entry.flags & (SEARCH_COMPARE_DATA | SEARCH_RETURN_DATA | SEARCH_KEY_NAME)) != 0) {
         auto hit = std::make_unique<TqRegistrySearchResult>();
@@ -246,12 +246,11 @@ int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearch
             const HKEY root = entry->root != nullptr ? entry->root : HKEY_LOCAL_MACHINE;
             const TqSearchKeyRead key(root, keyPath, entry->valueName);
             requireReadable(key.get(), keyPath);
-            if (key->subKeyCount > 0) {
-                subKeyResult = processSubKeys(
-                    true, keyPath, entry, [&]() -> const auto& { return key->subKeys; });
+            if (!key->subKeys.empty()) {
+                subKeyResult = processSubKeys(true, keyPath, entry, alreadyRead(key->subKeys));
             }
             if (entry->valueName != nullptr) {
-                if (key->valueCount > 0) {
+                if (!key->values.empty()) {
                     result = searchOwnValues(key.get(), keyPath, subKeyResult, *entry);
                 }
             } else if ((entry->flags & SEARCH_KEY_NAME) != 0) {
@@ -269,20 +268,20 @@ int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearch
 int TqFindRegistryProcessSubKey(HKEY key, const std::string& keyPath, std::uint32_t subKeyCount,
                                 TqRegistrySearchEntry* entry) {
     std::vector<TqRegistrySubKeyRead> subKeys;
-    return processSubKeys(
-        key != nullptr, keyPath, entry, [&]() -> const auto& {
-            subKeys = TqReadSubKeyNames(key, subKeyCount, kSubKeyNameCapacity);
-            return subKeys;
-        });
+    const auto readSubKeys = [&]() -> const auto& {
+        subKeys = TqReadSubKeyNames(key, subKeyCount, kTqSubKeyNameCapacity);
+        return subKeys;
+    };
+    return processSubKeys(key != nullptr, keyPath, entry, readSubKeys);
 }
 
 int TqFindRegistryProcessValues(HKEY key, std::uint32_t valueCount, TqRegistrySearchEntry* entry) {
     std::vector<TqRegistryValueRead> values;
-    return processValues(
-        key != nullptr, entry, [&]() -> const auto& {
-            values = TqReadValues(key, valueCount, kValueNameCapacity, 0, {entry->valueName});
-            return values;
-        });
+    const auto readValues = [&]() -> const auto& {
+        values = TqReadValues(key, valueCount, kTqValueNameCapacity, 0, {entry->valueName});
+        return values;
+    };
+    return processValues(key != nullptr, entry, readValues);
 }
 
 namespace {

@@ -170,10 +170,8 @@ TEST(RegistryKeyRead, RecordsEveryNameAndTheKeptDataWithTheStatusOfEachRead) {
     const TqRegistryKeyRead read = TqReadRegistryKey(HKEY_LOCAL_MACHINE, kOutside, {"DisplayName"});
     EXPECT_EQ(ERROR_SUCCESS, read.openStatus);
     EXPECT_EQ(ERROR_SUCCESS, read.countStatus);
-    ASSERT_EQ(1u, read.subKeyCount);
     ASSERT_EQ(1u, read.subKeys.size());
     EXPECT_EQ("Child", read.subKeys[0].name);
-    ASSERT_EQ(2u, read.valueCount);
     ASSERT_EQ(2u, read.values.size());
     EXPECT_EQ("DisplayName", read.values[0].name);
     EXPECT_EQ(static_cast<std::uint32_t>(REG_SZ), read.values[0].type);
