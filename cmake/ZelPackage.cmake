@@ -3,12 +3,13 @@
 #   lib/      libZelPlatformMethods64.dll.a (mingw-w64, clang), ZelPlatformMethods64.lib (MSVC)
 #   lib/cmake/ZelPlatformMethods64/   the CMake package
 #   include/  ZelPlatformMethods64.h
-#   README.md and the licence file
-# and CPack packs it as ZelPlatformMethods64-<version>-win64.zip. The debug information of the two
-# binaries is component Debug, left out of a plain install and packed as ...-win64-debug.zip.
+#   README.md, CHANGELOG.md, LICENSE, THIRD-PARTY-NOTICES.txt
+# and scripts/package.sh packs it as ZelPlatformMethods64-<version>-win64.zip. The debug symbols
+# of the two binaries are component Debug, left out of a plain install and packed as
+# ...-win64-debug.zip: with lld the PDB files as a symbol store (<name>.pdb/<GUID><age>/<name>.pdb)
+# at its root, with GNU ld the binaries' .debug files in bin/.
 include(CMakePackageConfigHelpers)
 
-set(ZEL_DIST_DIR ${CMAKE_BINARY_DIR}/dist)
 set(ZEL_PACKAGE_CONFIG_DIR lib/cmake/ZelPlatformMethods64)
 
 install(FILES ${ZEL_DIST_DIR}/ZelPlatformMethods64.dll ${ZEL_DIST_DIR}/zelplat.exe
@@ -17,12 +18,9 @@ install(FILES $<TARGET_LINKER_FILE:ZelPlatformMethods64> ${ZEL_MSVC_IMPORT_LIBRA
         DESTINATION lib COMPONENT Runtime)
 install(FILES ${PROJECT_SOURCE_DIR}/include/ZelPlatformMethods64.h
         DESTINATION include COMPONENT Runtime)
-install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION . COMPONENT Runtime)
-foreach(licence IN ITEMS LICENSE LICENSE.txt LICENSE.md COPYING)
-    if(EXISTS ${PROJECT_SOURCE_DIR}/${licence})
-        install(FILES ${PROJECT_SOURCE_DIR}/${licence} DESTINATION . COMPONENT Runtime)
-    endif()
-endforeach()
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+              ${PROJECT_SOURCE_DIR}/LICENSE ${PROJECT_SOURCE_DIR}/THIRD-PARTY-NOTICES.txt
+        DESTINATION . COMPONENT Runtime)
 
 configure_file(cmake/ZelPlatformMethods64Config.cmake.in
                ${CMAKE_BINARY_DIR}/package/ZelPlatformMethods64Config.cmake @ONLY)
@@ -35,16 +33,13 @@ install(FILES ${CMAKE_BINARY_DIR}/package/ZelPlatformMethods64Config.cmake
               ${CMAKE_BINARY_DIR}/package/ZelPlatformMethods64ConfigVersion.cmake
         DESTINATION ${ZEL_PACKAGE_CONFIG_DIR} COMPONENT Runtime)
 
-install(FILES ${ZEL_DIST_DIR}/ZelPlatformMethods64.dll.debug ${ZEL_DIST_DIR}/zelplat.exe.debug
-        DESTINATION bin COMPONENT Debug EXCLUDE_FROM_ALL)
+if(ZEL_PDB)
+    install(DIRECTORY ${ZEL_SYMBOL_STORE_DIR}/ DESTINATION . COMPONENT Debug EXCLUDE_FROM_ALL)
+else()
+    install(FILES ${ZEL_DIST_DIR}/ZelPlatformMethods64.dll.debug ${ZEL_DIST_DIR}/zelplat.exe.debug
+            DESTINATION bin COMPONENT Debug EXCLUDE_FROM_ALL)
+endif()
 
-set(CPACK_GENERATOR ZIP)
-set(CPACK_PACKAGE_NAME ${PROJECT_NAME})
-set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_VENDOR ${PROJECT_NAME})
-set(CPACK_PACKAGE_FILE_NAME ${PROJECT_NAME}-${PROJECT_VERSION}-win64)
-set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL Runtime Debug)
-set(CPACK_ARCHIVE_RUNTIME_FILE_NAME ${CPACK_PACKAGE_FILE_NAME})
-set(CPACK_ARCHIVE_DEBUG_FILE_NAME ${CPACK_PACKAGE_FILE_NAME}-debug)
-include(CPack)
+# What scripts/package.sh builds: the installed tree's binaries and import libraries.
+add_custom_target(zel_release DEPENDS ZelPlatformMethods64 zelplat
+                                      ZelPlatformMethods64_msvc_import_library)

@@ -5,6 +5,7 @@
 #            imported target with the mingw-w64 toolchain, and runs under Wine
 #   msvc     a client compiled and linked the MSVC way (clang in MSVC mode, lld-link) with
 #            ZelPlatformMethods64.lib runs under Wine
+#   symbols  the Debug component is a symbol store of the binaries' PDB files
 #   exports  both import libraries name exactly the exports of the .def
 # Run: cmake -DMODE=... -DBUILD_DIR=... -DWORK_DIR=... (and what the mode needs) -P ConsumerTest.cmake
 cmake_minimum_required(VERSION 3.25)
@@ -46,7 +47,10 @@ run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${install})
 
 if(MODE STREQUAL "layout")
     set(expected
+        CHANGELOG.md
+        LICENSE
         README.md
+        THIRD-PARTY-NOTICES.txt
         bin/ZelPlatformMethods64.dll
         bin/zelplat.exe
         include/ZelPlatformMethods64.h
@@ -54,12 +58,6 @@ if(MODE STREQUAL "layout")
         lib/cmake/ZelPlatformMethods64/ZelPlatformMethods64Config.cmake
         lib/cmake/ZelPlatformMethods64/ZelPlatformMethods64ConfigVersion.cmake
         lib/libZelPlatformMethods64.dll.a)
-    foreach(licence IN ITEMS LICENSE LICENSE.txt LICENSE.md COPYING)
-        if(EXISTS ${SOURCE_DIR}/${licence})
-            list(APPEND expected ${licence})
-        endif()
-    endforeach()
-    list(SORT expected)
     file(GLOB_RECURSE found RELATIVE ${install} ${install}/*)
     list(SORT found)
     if(NOT found STREQUAL expected)
@@ -67,7 +65,55 @@ if(MODE STREQUAL "layout")
         string(JOIN "\n  " expected_text ${expected})
         message(FATAL_ERROR "Installed:\n  ${found_text}\nexpected:\n  ${expected_text}")
     endif()
+    # With PDB symbols the shipped binaries are the files the suite tested, byte for byte.
+    foreach(binary IN ITEMS ZelPlatformMethods64.dll zelplat.exe)
+        if(NOT PDB)
+            break()
+        endif()
+        file(SHA256 ${install}/bin/${binary} installed)
+        file(SHA256 ${BUILD_DIR}/bin/${binary} tested)
+        if(NOT installed STREQUAL tested)
+            message(FATAL_ERROR "bin/${binary} is not the file the suite tested")
+        endif()
+    endforeach()
     message(STATUS "The installed tree holds the release files")
+elseif(MODE STREQUAL "symbols")
+    # The Debug component: each binary's PDB in a symbol store, under the PDB's GUID and age.
+    set(store ${WORK_DIR}/symbols)
+    file(REMOVE_RECURSE ${store})
+    run(${CMAKE_COMMAND} --install ${BUILD_DIR} --component Debug --prefix ${store})
+    file(GLOB_RECURSE found RELATIVE ${store} ${store}/*)
+    list(SORT found)
+    set(layout "")
+    foreach(file IN LISTS found)
+        string(REGEX REPLACE "/[0-9A-F]+/" "/<GUID><age>/" shape "${file}")
+        list(APPEND layout "${shape}")
+        # <GUID><age>: 32 hex digits and the age, at least one digit without leading zeros.
+        set(key "")
+        if(file MATCHES "^([^/]+)/([0-9A-F]+)/([^/]+)$" AND CMAKE_MATCH_1 STREQUAL CMAKE_MATCH_3)
+            set(key ${CMAKE_MATCH_2})
+        endif()
+        string(LENGTH "${key}" length)
+        if(length LESS 33)
+            message(FATAL_ERROR "${file} is not a symbol-store path <name>/<GUID><age>/<name>")
+        endif()
+        string(SUBSTRING "${key}" 32 1 ageLead)
+        if(ageLead STREQUAL "0")
+            message(FATAL_ERROR "${file}: the age has a leading zero")
+        endif()
+        get_filename_component(pdb ${file} NAME)
+        file(SHA256 ${store}/${file} stored)
+        file(SHA256 ${BUILD_DIR}/bin/${pdb} built)
+        if(NOT stored STREQUAL built)
+            message(FATAL_ERROR "${file} is not the PDB the build wrote")
+        endif()
+    endforeach()
+    set(expected "ZelPlatformMethods64.pdb/<GUID><age>/ZelPlatformMethods64.pdb"
+                 "zelplat.pdb/<GUID><age>/zelplat.pdb")
+    if(NOT layout STREQUAL expected)
+        message(FATAL_ERROR "The symbol store holds:\n  ${found}\nexpected the shape:\n  ${expected}")
+    endif()
+    message(STATUS "The symbol store holds:\n  ${found}")
 elseif(MODE STREQUAL "mingw")
     set(client ${WORK_DIR}/client)
     run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${client} -G ${GENERATOR}

@@ -1,9 +1,12 @@
-// What the built DLL file itself declares: its export names, the DLLs it imports, its version.
+// What the shipped files themselves declare: the DLL's export names, the DLLs the DLL and zelplat
+// import, their version resources, their hardening flags, and the debug symbols beside them.
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -46,6 +49,8 @@ public:
         return headers()->OptionalHeader.DataDirectory[index];
     }
 
+    const std::vector<char>& bytes() const { return bytes_; }
+
 private:
     std::vector<char> bytes_;
 };
@@ -72,6 +77,117 @@ std::vector<std::string> importedDlls(const PeFile& pe) {
         dlls.push_back(name);
     }
     return dlls;
+}
+
+std::vector<char> fileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+bool holds(const std::vector<char>& bytes, const std::string& text) {
+    return std::search(bytes.begin(), bytes.end(), text.begin(), text.end()) != bytes.end();
+}
+
+// A string of the version resource of the file at path ("" when it has none).
+std::string versionString(const std::string& path, const char* name) {
+    DWORD handle = 0;
+    const DWORD size = ::GetFileVersionInfoSizeA(path.c_str(), &handle);
+    std::vector<char> block(size);
+    char* text = nullptr;
+    UINT length = 0;
+    if (size == 0 || !::GetFileVersionInfoA(path.c_str(), handle, size, block.data()) ||
+        !::VerQueryValueA(block.data(),
+                          (std::string("\\StringFileInfo\\040904b0\\") + name).c_str(),
+                          reinterpret_cast<void**>(&text), &length)) {
+        return "";
+    }
+    return text;
+}
+
+// The CodeView entry of a debug directory: "RSDS", the PDB's GUID, its age and its name.
+struct CodeViewPdb70 {
+    DWORD signature;
+    GUID guid;
+    DWORD age;
+    char name[1];
+};
+
+const CodeViewPdb70* codeViewEntry(const PeFile& pe) {
+    const IMAGE_DATA_DIRECTORY& debug = pe.directory(IMAGE_DIRECTORY_ENTRY_DEBUG);
+    const auto* entries =
+        reinterpret_cast<const IMAGE_DEBUG_DIRECTORY*>(pe.at(debug.VirtualAddress));
+    for (DWORD i = 0; entries != nullptr && i < debug.Size / sizeof(IMAGE_DEBUG_DIRECTORY); ++i) {
+        if (entries[i].Type == IMAGE_DEBUG_TYPE_CODEVIEW) {
+            const auto* entry = reinterpret_cast<const CodeViewPdb70*>(pe.bytes().data() +
+                                                                       entries[i].PointerToRawData);
+            return entry->signature == 0x53445352 ? entry : nullptr; // "RSDS"
+        }
+    }
+    return nullptr;
+}
+
+// The folder a symbol store keeps a PDB in: the GUID's 32 hex digits in the order of its text
+// form, then the age in hex, both upper case.
+std::string symbolStoreKey(const GUID& guid, DWORD age) {
+    char key[64];
+    std::snprintf(key, sizeof key, "%08lX%04X%04X%02X%02X%02X%02X%02X%02X%02X%02X%lX",
+                  static_cast<unsigned long>(guid.Data1), guid.Data2, guid.Data3, guid.Data4[0],
+                  guid.Data4[1], guid.Data4[2], guid.Data4[3], guid.Data4[4], guid.Data4[5],
+                  guid.Data4[6], guid.Data4[7], static_cast<unsigned long>(age));
+    return key;
+}
+
+// The GUID and age a PDB file gives itself: its info stream (stream 1 of the multi-stream file)
+// begins with version, time signature, age and GUID.
+bool pdbIdentity(const std::vector<char>& pdb, GUID& guid, DWORD& age) {
+    static const char magic[] = "Microsoft C/C++ MSF 7.00\r\n\x1a"
+                                "DS\0\0";
+    if (pdb.size() < 56 || std::memcmp(pdb.data(), magic, sizeof magic) != 0) {
+        return false;
+    }
+    auto u32 = [&pdb](size_t offset) {
+        DWORD value = 0;
+        if (offset + 4 <= pdb.size()) {
+            std::memcpy(&value, pdb.data() + offset, 4);
+        }
+        return value;
+    };
+    const DWORD blockSize = u32(32);
+    const DWORD directoryBytes = u32(44);
+    const DWORD blockMap = u32(52);
+    if (blockSize == 0) {
+        return false;
+    }
+    // The stream directory, gathered from the blocks the block map names.
+    std::vector<char> directory;
+    for (DWORD read = 0, i = 0; read < directoryBytes; read += blockSize, ++i) {
+        const size_t block = static_cast<size_t>(u32(blockMap * blockSize + 4 * i)) * blockSize;
+        const size_t take = std::min<size_t>(blockSize, directoryBytes - read);
+        if (block + take > pdb.size()) {
+            return false;
+        }
+        directory.insert(directory.end(), pdb.begin() + block, pdb.begin() + block + take);
+    }
+    auto dir32 = [&directory](size_t index) {
+        DWORD value = 0;
+        if (4 * index + 4 <= directory.size()) {
+            std::memcpy(&value, directory.data() + 4 * index, 4);
+        }
+        return value;
+    };
+    const DWORD streams = dir32(0);
+    if (streams < 2) {
+        return false;
+    }
+    // Stream 1's first block follows the sizes and stream 0's block list.
+    const DWORD stream0Blocks = (dir32(1) + blockSize - 1) / blockSize;
+    const size_t info = static_cast<size_t>(dir32(1 + streams + stream0Blocks)) * blockSize;
+    if (info + 28 > pdb.size()) {
+        return false;
+    }
+    std::memcpy(&age, pdb.data() + info + 8, 4);
+    std::memcpy(&guid, pdb.data() + info + 12, 16);
+    return true;
 }
 
 TEST(DllImage, ExportsExactlyTheElevenUndecoratedNames) {
@@ -132,26 +248,131 @@ TEST(DllImage, VersionResourceNamesTheProductAndItsVersion) {
     ASSERT_TRUE(::VerQueryValueA(block.data(), "\\StringFileInfo\\040904b0\\FileVersion",
                                  reinterpret_cast<void**>(&text), &length));
     EXPECT_STREQ(ZEL_TEST_PROJECT_VERSION ".0", text);
+    EXPECT_EQ("Copyright 2026 the ZelPlatformMethods64 authors. Licensed under the Apache License, "
+              "Version 2.0.",
+              versionString(path, "LegalCopyright"));
+    EXPECT_EQ("ZelPlatformMethods64.dll", versionString(path, "OriginalFilename"));
 }
 
-TEST(DllImage, DistributionCopyIsStrippedButExportsAndLoadsTheSame) {
-    const std::string copy = zeltest::ProgramFolder() + "..\\dist\\ZelPlatformMethods64.dll";
-    const PeFile pe(copy);
-    ASSERT_NE(nullptr, pe.headers()) << copy;
-    EXPECT_EQ(0u, pe.headers()->FileHeader.NumberOfSymbols); // no symbol table left
-    EXPECT_EQ(exportNames(PeFile(zeltest::BuiltFile("ZelPlatformMethods64.dll"))), exportNames(pe));
-    const TqUniqueModule module(::LoadLibraryA(copy.c_str()));
-    ASSERT_TRUE(module.valid()) << ::GetLastError();
-    const auto getInterface = reinterpret_cast<ZelPlatformGetExportedInterfaceFn>(
-        reinterpret_cast<void*>(::GetProcAddress(module.get(), "ZelPlatformGetExportedInterface")));
-    ASSERT_NE(nullptr, getInterface);
-    ZelPlatformExportedInterface table{};
-    EXPECT_EQ(0, getInterface(&table));
-    char* version = nullptr;
-    int length = 0;
-    EXPECT_EQ(0, table.GetFileVersion(copy.c_str(), &version, &length, nullptr));
-    EXPECT_STREQ("1", version);
-    table.FreeStringData(&version);
+// What ships is dist/: with PDB symbols (lld) the very files the tests ran; with GNU ld copies
+// without debug information, each with a link to its .debug file.
+TEST(DllImage, DistributionCopyIsWhatTheTestsRanOrItsStrippedCopy) {
+    for (const char* name : {"ZelPlatformMethods64.dll", "zelplat.exe"}) {
+        const std::string copy = zeltest::ProgramFolder() + "..\\dist\\" + name;
+        const PeFile pe(copy);
+        ASSERT_NE(nullptr, pe.headers()) << copy;
+        if (ZEL_TEST_PDB) {
+            EXPECT_EQ(fileBytes(zeltest::BuiltFile(name)), fileBytes(copy)) << copy;
+        } else {
+            EXPECT_EQ(0u, pe.headers()->FileHeader.NumberOfSymbols) << copy; // no symbol table
+        }
+    }
+}
+
+// The tests of the PDB files run in the build that writes them (lld); GNU ld writes none.
+#define ZEL_SKIP_WITHOUT_PDB()                                                                     \
+    if (!ZEL_TEST_PDB) {                                                                           \
+        GTEST_SKIP() << "this build writes no PDB files";                                          \
+    }
+
+TEST(DllImage, DebugDirectoryNamesThePdbByFileNameOnly) {
+    ZEL_SKIP_WITHOUT_PDB();
+    for (const auto& [binary, pdb] :
+         {std::pair{"ZelPlatformMethods64.dll", "ZelPlatformMethods64.pdb"},
+          std::pair{"zelplat.exe", "zelplat.pdb"}}) {
+        const PeFile pe(zeltest::BuiltFile(binary));
+        ASSERT_NE(nullptr, pe.headers()) << binary;
+        const CodeViewPdb70* entry = codeViewEntry(pe);
+        ASSERT_NE(nullptr, entry) << binary << " has no CodeView entry";
+        EXPECT_STREQ(pdb, entry->name) << binary;
+    }
+}
+
+// WinDbg and Visual Studio take a PDB only when its own GUID and age are the ones the binary
+// names; a symbol store keeps it under exactly those.
+TEST(DllImage, SymbolStoreHoldsEachBinarysOwnPdbUnderItsGuidAndAge) {
+    ZEL_SKIP_WITHOUT_PDB();
+    for (const auto& [binary, pdb] :
+         {std::pair{"ZelPlatformMethods64.dll", "ZelPlatformMethods64.pdb"},
+          std::pair{"zelplat.exe", "zelplat.pdb"}}) {
+        const PeFile pe(zeltest::BuiltFile(binary));
+        const CodeViewPdb70* entry = codeViewEntry(pe);
+        ASSERT_NE(nullptr, entry) << binary;
+        const std::vector<char> built = fileBytes(zeltest::BuiltFile(pdb));
+        GUID guid{};
+        DWORD age = 0;
+        ASSERT_TRUE(pdbIdentity(built, guid, age)) << pdb << " is not a PDB file";
+        EXPECT_EQ(0, std::memcmp(&guid, &entry->guid, sizeof guid)) << binary;
+        EXPECT_EQ(entry->age, age) << binary;
+        const std::string stored = zeltest::ProgramFolder() + "..\\symbols\\" + pdb + "\\" +
+                                   symbolStoreKey(entry->guid, entry->age) + "\\" + pdb;
+        EXPECT_EQ(built, fileBytes(stored)) << stored;
+    }
+}
+
+// No folder of the machine that built them: the same commit gives the same bytes anywhere.
+TEST(DllImage, ShippedFilesNameNoBuildFolder) {
+    ZEL_SKIP_WITHOUT_PDB();
+    for (const char* name :
+         {"ZelPlatformMethods64.dll", "zelplat.exe", "ZelPlatformMethods64.pdb", "zelplat.pdb"}) {
+        const std::vector<char> bytes = fileBytes(zeltest::BuiltFile(name));
+        ASSERT_FALSE(bytes.empty()) << name;
+        EXPECT_FALSE(holds(bytes, ZEL_TEST_SOURCE_DIR)) << name << " names " << ZEL_TEST_SOURCE_DIR;
+    }
+}
+
+// The loader's defences stay on for both shipped files: the image may be placed anywhere (ASLR),
+// anywhere in the 64-bit space (high-entropy ASLR), and its data is not executable (NX).
+TEST(DllImage, ShippedBinariesKeepAslrHighEntropyAslrAndNx) {
+    for (const char* name : {"ZelPlatformMethods64.dll", "zelplat.exe"}) {
+        const PeFile pe(zeltest::BuiltFile(name));
+        ASSERT_NE(nullptr, pe.headers()) << name;
+        const WORD flags = pe.headers()->OptionalHeader.DllCharacteristics;
+        EXPECT_EQ(IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE,
+                  flags & IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE)
+            << name;
+        EXPECT_EQ(IMAGE_DLLCHARACTERISTICS_HIGH_ENTROPY_VA,
+                  flags & IMAGE_DLLCHARACTERISTICS_HIGH_ENTROPY_VA)
+            << name;
+        EXPECT_EQ(IMAGE_DLLCHARACTERISTICS_NX_COMPAT, flags & IMAGE_DLLCHARACTERISTICS_NX_COMPAT)
+            << name;
+        // ASLR needs the relocations to be kept.
+        EXPECT_EQ(0, pe.headers()->FileHeader.Characteristics & IMAGE_FILE_RELOCS_STRIPPED) << name;
+        EXPECT_NE(0u, pe.directory(IMAGE_DIRECTORY_ENTRY_BASERELOC).Size) << name;
+    }
+}
+
+TEST(DllImage, ZelplatImportsWindowsSystemDllsOnly) {
+    const PeFile pe(zeltest::BuiltFile("zelplat.exe"));
+    ASSERT_NE(nullptr, pe.headers());
+    auto dlls = importedDlls(pe);
+    std::sort(dlls.begin(), dlls.end());
+    // The card commands call winscard directly; shell32 and version come delay-loaded with the
+    // library's code.
+    EXPECT_EQ(
+        (std::vector<std::string>{"advapi32.dll", "kernel32.dll", "msvcrt.dll", "winscard.dll"}),
+        dlls);
+}
+
+TEST(DllImage, ZelplatCarriesAVersionResourceOfItsOwn) {
+    const std::string path = zeltest::BuiltFile("zelplat.exe");
+    DWORD handle = 0;
+    const DWORD size = ::GetFileVersionInfoSizeA(path.c_str(), &handle);
+    ASSERT_NE(0u, size);
+    std::vector<char> block(size);
+    ASSERT_TRUE(::GetFileVersionInfoA(path.c_str(), handle, size, block.data()));
+    VS_FIXEDFILEINFO* fixed = nullptr;
+    UINT length = 0;
+    ASSERT_TRUE(::VerQueryValueA(block.data(), "\\", reinterpret_cast<void**>(&fixed), &length));
+    EXPECT_EQ(static_cast<DWORD>(VFT_APP), fixed->dwFileType);
+    EXPECT_EQ(static_cast<DWORD>((ZEL_TEST_VERSION_MAJOR << 16) | ZEL_TEST_VERSION_MINOR),
+              fixed->dwFileVersionMS);
+    EXPECT_EQ("ZelPlatformMethods64", versionString(path, "ProductName"));
+    EXPECT_EQ(ZEL_TEST_PROJECT_VERSION ".0", versionString(path, "FileVersion"));
+    EXPECT_EQ("zelplat.exe", versionString(path, "OriginalFilename"));
+    EXPECT_EQ("Copyright 2026 the ZelPlatformMethods64 authors. Licensed under the Apache License, "
+              "Version 2.0.",
+              versionString(path, "LegalCopyright"));
 }
 
 // libZelPlatformMethods64.dll.a for mingw-w64 and clang clients, ZelPlatformMethods64.lib for
