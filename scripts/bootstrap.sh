@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages that the build, the tests, the clang build, clang-tidy, the
-# package and the demo need. Does nothing when they are all there already, so it is safe to run
+# Installs the Debian 12 packages that the build, the tests, the GCC build, clang-tidy, the
+# package, its signing and checks, and the demo need. Does nothing when they are all there already, so it is safe to run
 # again. Every package is named here and installed without its recommendations: those would
 # bring the whole LLVM development kit (llvm-16-dev) and, for Wine, fonts, sound, graphics and
 # the 32-bit loader, none of which the suite uses.
@@ -14,8 +14,9 @@ packages=(
     wine64
     googletest
     nlohmann-json3-dev
-    # The native build of the text code (sanitizers, libFuzzer), the windows-x64-clang preset,
-    # the MSVC import library (llvm-dlltool), its client test (lld-link, llvm-nm) and clang-tidy.
+    # The release build (preset windows-x64: clang, lld, PDB files; llvm-readobj and
+    # llvm-pdbutil read them), the native build of the text code (sanitizers, libFuzzer), the MSVC
+    # import library (llvm-dlltool), its client test (lld-link, llvm-nm) and clang-tidy.
     clang-16
     lld-16
     libclang-rt-16-dev
@@ -23,6 +24,11 @@ packages=(
     clang-tidy-16
     # The format check of the suite (.clang-format).
     clang-format-16
+    # The release package: its ZIPs, their check, and Authenticode signing.
+    zip
+    unzip
+    openssl
+    osslsigncode
 )
 
 # Prints the packages of the list that are not installed yet.
