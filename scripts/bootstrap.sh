@@ -24,11 +24,13 @@ packages=(
     clang-tidy-16
     # The format check of the suite (.clang-format).
     clang-format-16
-    # The release package: its ZIPs, their check, and Authenticode signing.
+    # The release package: its ZIPs, their check, Authenticode signing, and the throwaway
+    # time-stamp server of that check.
     zip
     unzip
     openssl
     osslsigncode
+    socat
 )
 
 # Prints the packages of the list that are not installed yet.

@@ -5,9 +5,10 @@
 #    afresh, give byte-identical binaries, import libraries, ZIPs and SHA256SUMS.
 # 2. Symbols: each binary in the ZIP names a PDB that the debug ZIP holds under that PDB's own
 #    GUID and age (read from the binary by llvm-readobj, from the PDB by llvm-pdbutil).
-# 3. Signed: with a throwaway self-signed code-signing certificate, package.sh signs both
-#    binaries; `osslsigncode verify -CAfile` accepts them, the signed zelplat.exe and DLL still
-#    load and answer under Wine, and removing the signatures gives back the unsigned bytes.
+# 3. Signed: with a throwaway self-signed code-signing certificate and a throwaway RFC 3161
+#    time-stamp server on loopback, package.sh signs both binaries; `osslsigncode verify -CAfile`
+#    accepts them and their time stamps, the signed zelplat.exe and DLL still load and answer
+#    under Wine, and removing the signatures gives back the unsigned bytes.
 # 4. Signing settings that cannot sign (a wrong password, a missing file) stop package.sh with
 #    its message, and no package is made.
 #
@@ -29,6 +30,9 @@ SOURCE_DATE_EPOCH=$(git -C "$root" log -1 --format=%ct)
 export SOURCE_DATE_EPOCH
 work=$(mktemp -d)
 cleanup() {
+    if [ -n "${tsaServer:-}" ]; then
+        kill "$tsaServer" 2>/dev/null || true
+    fi
     WINEPREFIX="$work/wineprefix" /usr/lib/wine/wineserver -k >/dev/null 2>&1 || true
     rm -rf "$work"
 }
@@ -88,7 +92,7 @@ for binary in ZelPlatformMethods64.dll zelplat.exe; do
     echo "check-release.sh: $binary -> $pdb/$key/$pdb"
 done
 
-# 3. A signed package, with a throwaway certificate.
+# 3. A signed package, with a throwaway certificate and time-stamp server.
 keys="$work/keys"
 mkdir "$keys"
 echo "throwaway-$RANDOM-$RANDOM" >"$keys/password"
@@ -98,12 +102,45 @@ openssl req -x509 -newkey rsa:3072 -nodes -days 2 -keyout "$keys/key.pem" -out "
     2>/dev/null
 openssl pkcs12 -export -inkey "$keys/key.pem" -in "$keys/cert.pem" -out "$keys/signing.p12" \
     -passout "file:$keys/password"
+
+# The time-stamp server: socat hands each request on loopback to answer.sh, which has openssl ts
+# answer the query.
+tsa="$work/tsa"
+mkdir "$tsa"
+openssl req -x509 -newkey rsa:3072 -nodes -days 2 -keyout "$tsa/key.pem" -out "$tsa/cert.pem" \
+    -subj "/CN=ZelPlatformMethods64 throwaway time stamps" \
+    -addext "keyUsage=critical,digitalSignature" -addext "extendedKeyUsage=critical,timeStamping" \
+    2>/dev/null
+echo 01 >"$tsa/serial"
+printf '%s\n' "[ tsa ]" "default_tsa = throwaway" "[ throwaway ]" "serial = $tsa/serial" \
+    "crypto_device = builtin" "signer_cert = $tsa/cert.pem" "signer_key = $tsa/key.pem" \
+    "signer_digest = sha256" "default_policy = 1.3.6.1.4.1.4146.2.3" \
+    "certs = $tsa/cert.pem" "digests = sha256, sha384, sha512" "accuracy = secs:1" \
+    "ordering = yes" "tsa_name = yes" "ess_cert_id_chain = no" "ess_cert_id_alg = sha256" \
+    >"$tsa/tsa.cnf"
+cp scripts/check-release-tsa.sh "$tsa/answer.sh"
+chmod +x "$tsa/answer.sh"
+for attempt in 1 2 3 4 5; do
+    port=$((20000 + RANDOM % 20000))
+    TSA="$tsa" socat "TCP-LISTEN:$port,bind=127.0.0.1,reuseaddr,fork" "EXEC:$tsa/answer.sh" \
+        2>>"$tsa/socat.log" &
+    tsaServer=$!
+    sleep 0.5
+    if kill -0 "$tsaServer" 2>/dev/null; then
+        break
+    fi
+    ((attempt < 5)) || fail "no loopback port for the time-stamp server: $(cat "$tsa/socat.log")"
+done
+cat "$keys/cert.pem" "$tsa/cert.pem" >"$keys/trusted.pem"
+
 ZEL_SIGN_PKCS12="$keys/signing.p12" ZEL_SIGN_PASSWORD_FILE="$keys/password" \
+    ZEL_SIGN_TIMESTAMP_URL="http://127.0.0.1:$port/" ZEL_SIGN_CAFILE="$keys/trusted.pem" \
     ZEL_PACKAGE_DIR="$work/package-signed" bash scripts/package.sh >"$work/signed.log" 2>&1 ||
     {
-        cat "$work/signed.log" >&2
-        fail "packaging with a signing certificate failed"
+        cat "$work/signed.log" "$tsa/tsa.log" >&2
+        fail "packaging with a signing certificate and time stamps failed"
     }
+kill "$tsaServer"
 mkdir "$work/signed"
 unzip -q "$work/package-signed/$name.zip" -d "$work/signed/$name"
 cmp -s "$package/$name-debug.zip" "$work/package-signed/$name-debug.zip" ||
@@ -115,13 +152,19 @@ for binary in ZelPlatformMethods64.dll zelplat.exe; do
         cat "$work/verify.log" >&2
         fail "osslsigncode verify rejects the signed $binary"
     }
-    grep -q "Signature verification: ok" "$work/verify.log" ||
+    grep -q "^Signature verification: ok" "$work/verify.log" ||
         fail "osslsigncode verify did not say 'Signature verification: ok' for $binary"
+    osslsigncode verify -in "$work/signed/$name/bin/$binary" -CAfile "$keys/cert.pem" \
+        -TSA-CAfile "$tsa/cert.pem" >"$work/verify.log" 2>&1 &&
+        grep -q "^Timestamp Server Signature verification: ok" "$work/verify.log" || {
+        cat "$work/verify.log" >&2
+        fail "the signature of $binary carries no time stamp that verifies"
+    }
     # What the README tells a user to do with a published ZIP: remove the signature, compare.
     osslsigncode remove-signature -in "$work/signed/$name/bin/$binary" -out "$work/$binary" >/dev/null
     cmp -s "$work/$binary" "$work/unsigned/$name/bin/$binary" ||
         fail "$binary without its signature differs from the unsigned build"
-    echo "check-release.sh: signed $binary verifies, and without its signature is the unsigned file"
+    echo "check-release.sh: signed and time-stamped $binary verifies, and without its signature is the unsigned file"
 done
 # The signed binaries load and answer under Wine: zelplat loads the DLL beside it.
 export WINEPREFIX="$work/wineprefix" WINEDEBUG=-all
