@@ -228,30 +228,33 @@ TEST(DllImage, ImportsOnlyWhatEveryCallNeedsAndDelayLoadsTheRest) {
     EXPECT_EQ((std::vector<std::string>{"advapi32.dll", "kernel32.dll", "msvcrt.dll"}), dlls);
 }
 
-TEST(DllImage, VersionResourceNamesTheProductAndItsVersion) {
-    const std::string path = zeltest::BuiltFile("ZelPlatformMethods64.dll");
+// The version resource of a shipped binary: its type, the project's version, the product, its
+// own file name and the licence.
+void expectVersionResource(const char* file, DWORD fileType) {
+    const std::string path = zeltest::BuiltFile(file);
     DWORD handle = 0;
     const DWORD size = ::GetFileVersionInfoSizeA(path.c_str(), &handle);
-    ASSERT_NE(0u, size);
+    ASSERT_NE(0u, size) << file;
     std::vector<char> block(size);
-    ASSERT_TRUE(::GetFileVersionInfoA(path.c_str(), handle, size, block.data()));
+    ASSERT_TRUE(::GetFileVersionInfoA(path.c_str(), handle, size, block.data())) << file;
     VS_FIXEDFILEINFO* fixed = nullptr;
     UINT length = 0;
     ASSERT_TRUE(::VerQueryValueA(block.data(), "\\", reinterpret_cast<void**>(&fixed), &length));
-    EXPECT_EQ(static_cast<DWORD>(VFT_DLL), fixed->dwFileType);
+    EXPECT_EQ(fileType, fixed->dwFileType) << file;
     EXPECT_EQ(static_cast<DWORD>((ZEL_TEST_VERSION_MAJOR << 16) | ZEL_TEST_VERSION_MINOR),
-              fixed->dwFileVersionMS);
-    char* text = nullptr;
-    ASSERT_TRUE(::VerQueryValueA(block.data(), "\\StringFileInfo\\040904b0\\ProductName",
-                                 reinterpret_cast<void**>(&text), &length));
-    EXPECT_STREQ("ZelPlatformMethods64", text);
-    ASSERT_TRUE(::VerQueryValueA(block.data(), "\\StringFileInfo\\040904b0\\FileVersion",
-                                 reinterpret_cast<void**>(&text), &length));
-    EXPECT_STREQ(ZEL_TEST_PROJECT_VERSION ".0", text);
+              fixed->dwFileVersionMS)
+        << file;
+    EXPECT_EQ("ZelPlatformMethods64", versionString(path, "ProductName")) << file;
+    EXPECT_EQ(ZEL_TEST_PROJECT_VERSION ".0", versionString(path, "FileVersion")) << file;
+    EXPECT_EQ(file, versionString(path, "OriginalFilename"));
     EXPECT_EQ("Copyright 2026 the ZelPlatformMethods64 authors. Licensed under the Apache License, "
               "Version 2.0.",
-              versionString(path, "LegalCopyright"));
-    EXPECT_EQ("ZelPlatformMethods64.dll", versionString(path, "OriginalFilename"));
+              versionString(path, "LegalCopyright"))
+        << file;
+}
+
+TEST(DllImage, VersionResourceNamesTheProductAndItsVersion) {
+    expectVersionResource("ZelPlatformMethods64.dll", VFT_DLL);
 }
 
 // What ships is dist/: with PDB symbols (lld) the very files the tests ran; with GNU ld copies
@@ -355,24 +358,7 @@ TEST(DllImage, ZelplatImportsWindowsSystemDllsOnly) {
 }
 
 TEST(DllImage, ZelplatCarriesAVersionResourceOfItsOwn) {
-    const std::string path = zeltest::BuiltFile("zelplat.exe");
-    DWORD handle = 0;
-    const DWORD size = ::GetFileVersionInfoSizeA(path.c_str(), &handle);
-    ASSERT_NE(0u, size);
-    std::vector<char> block(size);
-    ASSERT_TRUE(::GetFileVersionInfoA(path.c_str(), handle, size, block.data()));
-    VS_FIXEDFILEINFO* fixed = nullptr;
-    UINT length = 0;
-    ASSERT_TRUE(::VerQueryValueA(block.data(), "\\", reinterpret_cast<void**>(&fixed), &length));
-    EXPECT_EQ(static_cast<DWORD>(VFT_APP), fixed->dwFileType);
-    EXPECT_EQ(static_cast<DWORD>((ZEL_TEST_VERSION_MAJOR << 16) | ZEL_TEST_VERSION_MINOR),
-              fixed->dwFileVersionMS);
-    EXPECT_EQ("ZelPlatformMethods64", versionString(path, "ProductName"));
-    EXPECT_EQ(ZEL_TEST_PROJECT_VERSION ".0", versionString(path, "FileVersion"));
-    EXPECT_EQ("zelplat.exe", versionString(path, "OriginalFilename"));
-    EXPECT_EQ("Copyright 2026 the ZelPlatformMethods64 authors. Licensed under the Apache License, "
-              "Version 2.0.",
-              versionString(path, "LegalCopyright"));
+    expectVersionResource("zelplat.exe", VFT_APP);
 }
 
 // libZelPlatformMethods64.dll.a for mingw-w64 and clang clients, ZelPlatformMethods64.lib for
