@@ -1,6 +1,6 @@
-#include "Doctor.h"
+#include "doctor/Doctor.h"
 
-#include "DoctorRules.h"
+#include "doctor/DoctorRules.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "MiddlewareTable.h"
+#include "library/MiddlewareTable.h"
 
 #include "base/TqPattern.h"
 

@@ -1,4 +1,4 @@
-#include "IdentityAgentTable.h"
+#include "library/IdentityAgentTable.h"
 
 #include <cstdio>
 

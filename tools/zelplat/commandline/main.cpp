@@ -1,9 +1,9 @@
 // zelplat: asks ZelPlatformMethods64.dll the workstation questions, the way the client does.
-#include "CardCommands.h"
-#include "DoctorCommand.h"
-#include "LibraryCommands.h"
-#include "ReportCommand.h"
-#include "Usage.h"
+#include "card/CardCommands.h"
+#include "doctor/DoctorCommand.h"
+#include "library/LibraryCommands.h"
+#include "report/ReportCommand.h"
+#include "commandline/Usage.h"
 #include "ZelVersion.h"
 
 #include <cstdio>

@@ -1,8 +1,8 @@
-#include "ReportCommand.h"
+#include "report/ReportCommand.h"
 
-#include "Report.h"
-#include "ReportTable.h"
-#include "Usage.h"
+#include "report/Report.h"
+#include "report/ReportTable.h"
+#include "commandline/Usage.h"
 #include "base/TqResultCodes.h"
 
 #include <cstdio>

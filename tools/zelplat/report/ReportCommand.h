@@ -2,7 +2,7 @@
 // over it.
 #pragma once
 
-#include "LibraryCommands.h"
+#include "library/LibraryCommands.h"
 
 // zelplat report [--json | --table] [--output FILE]
 int RunReportCommand(const Arguments& arguments, const char* logFile);

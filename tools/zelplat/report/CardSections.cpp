@@ -1,7 +1,7 @@
 // The enrollment and atr sections: the PIV minidriver's applet and the JCOP 41 card entries.
-#include "ReportSections.h"
+#include "report/ReportSections.h"
 
-#include "RegistryFacts.h"
+#include "common/RegistryFacts.h"
 #include "card/TqATRMiddleware.h"
 #include "card/TqEnrollmentMode.h"
 

@@ -1,4 +1,4 @@
-#include "DoctorRules.h"
+#include "doctor/DoctorRules.h"
 
 #include <algorithm>
 #include <cctype>

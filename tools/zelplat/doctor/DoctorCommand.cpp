@@ -1,8 +1,8 @@
-#include "DoctorCommand.h"
+#include "doctor/DoctorCommand.h"
 
-#include "Doctor.h"
-#include "ReportTable.h"
-#include "Usage.h"
+#include "doctor/Doctor.h"
+#include "report/ReportTable.h"
+#include "commandline/Usage.h"
 #include "base/TqResultCodes.h"
 
 #include <cstdio>

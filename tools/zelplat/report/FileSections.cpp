@@ -1,7 +1,7 @@
 // The library and fileVersions sections: modules and their version resources.
-#include "ReportSections.h"
+#include "report/ReportSections.h"
 
-#include "RegistryFacts.h"
+#include "common/RegistryFacts.h"
 #include "base/TqResultCodes.h"
 #include "identityagent/TqSpringCheck.h"
 

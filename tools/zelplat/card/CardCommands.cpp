@@ -1,8 +1,8 @@
-#include "CardCommands.h"
+#include "card/CardCommands.h"
 
-#include "CardList.h"
-#include "PlatformDll.h"
-#include "Usage.h"
+#include "card/CardList.h"
+#include "common/PlatformDll.h"
+#include "commandline/Usage.h"
 #include "api/TqZelDLLPlatform.h"
 #include "base/TqResultCodes.h"
 #include "logging/ZelLogger.h"

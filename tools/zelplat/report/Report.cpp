@@ -1,6 +1,6 @@
-#include "Report.h"
+#include "report/Report.h"
 
-#include "ReportSections.h"
+#include "report/ReportSections.h"
 
 ReportJson BuildReport(const PlatformDll& dll, const char* logFile) {
     const LibraryLinesToStandardError libraryLines;

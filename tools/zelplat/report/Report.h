@@ -2,7 +2,7 @@
 // entries and file versions behind them. Making it writes nothing anywhere.
 #pragma once
 
-#include "PlatformDll.h"
+#include "common/PlatformDll.h"
 
 #include <nlohmann/json.hpp>
 

@@ -2,7 +2,7 @@
 // value of the document. Free of <windows.h>.
 #pragma once
 
-#include "Report.h"
+#include "report/Report.h"
 
 std::string FormatReportTable(const ReportJson& report);
 

@@ -1,4 +1,4 @@
-#include "Usage.h"
+#include "commandline/Usage.h"
 
 #include "base/TqResultCodes.h"
 

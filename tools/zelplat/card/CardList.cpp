@@ -1,7 +1,7 @@
-#include "CardList.h"
+#include "card/CardList.h"
 
-#include "RegistryFacts.h"
-#include "ReportTable.h"
+#include "common/RegistryFacts.h"
+#include "report/ReportTable.h"
 #include "base/TqResultCodes.h"
 #include "base/TqUniqueResource.h"
 

@@ -1,8 +1,8 @@
 // The middleware, oberthur and identityAgent sections: the detection documents, embedded as
 // JSON, and what the detections read.
-#include "ReportSections.h"
+#include "report/ReportSections.h"
 
-#include "RegistryFacts.h"
+#include "common/RegistryFacts.h"
 #include "host/TqRegistrySearch.h"
 #include "identityagent/TqSpringCheck.h"
 #include "middleware/TqDriverUpdateSearch.h"

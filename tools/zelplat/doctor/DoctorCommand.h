@@ -2,6 +2,6 @@
 // found, 1 for warnings only, 2 when there is a problem.
 #pragma once
 
-#include "LibraryCommands.h"
+#include "library/LibraryCommands.h"
 
 int RunDoctorCommand(const Arguments& arguments, const char* logFile);

@@ -2,7 +2,7 @@
 // the facts each rule read, and the zelplat command that fixes it. Free of <windows.h>.
 #pragma once
 
-#include "Report.h"
+#include "report/Report.h"
 
 #include <string>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "RegistryFacts.h"
+#include "common/RegistryFacts.h"
 
 #include "base/TqUniqueResource.h"
 

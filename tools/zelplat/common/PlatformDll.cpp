@@ -1,4 +1,4 @@
-#include "PlatformDll.h"
+#include "common/PlatformDll.h"
 
 #include "base/TqResultCodes.h"
 

@@ -2,7 +2,7 @@
 // Doctor.cpp. Free of <windows.h>.
 #pragma once
 
-#include "Doctor.h"
+#include "doctor/Doctor.h"
 
 void SpringCheckRecordMismatch(const ReportJson& report, std::vector<Finding>& findings);
 void RegistryAccessDenied(const ReportJson& report, std::vector<Finding>& findings);

@@ -1,9 +1,9 @@
 // The sections of the report, one function each.
 #pragma once
 
-#include "PlatformDll.h"
+#include "common/PlatformDll.h"
 
-#include "Report.h"
+#include "report/Report.h"
 
 // {"result": code, "resultText": "(0x...) text."}: how an export answered.
 ReportJson ExportResult(int result);

@@ -2,7 +2,7 @@
 // through the library's card code linked into the tool (the DLL exports no card function).
 #pragma once
 
-#include "LibraryCommands.h"
+#include "library/LibraryCommands.h"
 
 // card list | card check READER [--pin PIN] | card clear-cache READER [--pin PIN]
 int RunCardCommand(const Arguments& arguments, const char* logFile);

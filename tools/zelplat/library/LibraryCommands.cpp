@@ -1,8 +1,8 @@
-#include "LibraryCommands.h"
+#include "library/LibraryCommands.h"
 
-#include "IdentityAgentTable.h"
-#include "MiddlewareTable.h"
-#include "PlatformDll.h"
+#include "library/IdentityAgentTable.h"
+#include "library/MiddlewareTable.h"
+#include "common/PlatformDll.h"
 #include "base/TqResultCodes.h"
 
 #include <algorithm>
