@@ -3,6 +3,7 @@
 #   lib/      libZelPlatformMethods64.dll.a (mingw-w64, clang), ZelPlatformMethods64.lib (MSVC)
 #   lib/cmake/ZelPlatformMethods64/   the CMake package
 #   include/  ZelPlatformMethods64.h
+#   docs/     api.md, the reference for callers
 #   README.md, CHANGELOG.md, LICENSE, THIRD-PARTY-NOTICES.txt
 # and scripts/package.sh packs it as ZelPlatformMethods64-<version>-win64.zip. The debug symbols
 # of the two binaries are component Debug, left out of a plain install and packed as
@@ -18,6 +19,7 @@ install(FILES $<TARGET_LINKER_FILE:ZelPlatformMethods64> ${ZEL_MSVC_IMPORT_LIBRA
         DESTINATION lib COMPONENT Runtime)
 install(FILES ${PROJECT_SOURCE_DIR}/include/ZelPlatformMethods64.h
         DESTINATION include COMPONENT Runtime)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/api.md DESTINATION docs COMPONENT Runtime)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
               ${PROJECT_SOURCE_DIR}/LICENSE ${PROJECT_SOURCE_DIR}/THIRD-PARTY-NOTICES.txt
         DESTINATION . COMPONENT Runtime)

@@ -1,12 +1,36 @@
 /*
  * ZelPlatformMethods64.dll: platform answers for the card-management client.
+ * docs/api.md is the same reference with examples.
  *
- * Every function returns 0 on success or a result code. Text answers are NUL-terminated
- * strings allocated by the library; the length beside them counts the text without the NUL.
- * The caller owns such text and releases it with FreeStringData, never with its own free().
- * On failure the text pointer reads NULL. logFile may be NULL (keep the file set by an earlier
- * call, or none); a non-NULL logFile becomes the process-wide log file.
- * The library takes no locks: call it from one thread at a time while a log file is in use.
+ * Result codes. Every function but FreeStringData returns an int: 0 for success, otherwise a
+ * code of the common table, for example 1 "One or more invalid arguments", 4 "Internal error",
+ * 11 "Not found", 23 "Exception occurred". Some functions also answer with codes of their own
+ * (OberthurMiddlewareDetection: 1 = detected; DetectIdentityAgent: 1 = an agent was found);
+ * each function's comment below lists what it returns. No exception ever leaves the library.
+ *
+ * Text. A function that hands out text does so through a char** and an int*: the library
+ * allocates a NUL-terminated string and stores its address and its length without the NUL.
+ * From then on the caller owns the text and releases it with FreeStringData(&text), never with
+ * its own free() (the library has its own C runtime). Text is handed out only with the results
+ * each comment names; with any other result the text pointer reads NULL and nothing needs to be
+ * released. A NULL out pointer is refused with 1 before anything else happens, and then nothing
+ * is handed out: where 1 is also an answer, a caller who passed valid pointers knows it is the
+ * answer.
+ *
+ * Log file. logFile (last argument, may be NULL) names the log file; a non-NULL logFile becomes
+ * the process-wide log file for every later call, also from other threads, until another one is
+ * given. A NULL logFile keeps the file set before, or none. Lines are appended, each whole and
+ * ended with CR LF.
+ *
+ * Threads. The library starts no threads and keeps nothing between calls but the log file's name.
+ * Calls may come from several threads at once: the log file is guarded by a lock, so lines are
+ * never torn or lost, and everything else a call uses belongs to that call.
+ *
+ * Console. Some functions also write diagnostic lines ("<function> : <message>") to the process's
+ * standard output or standard error; they are not failures by themselves.
+ *
+ * Registry. Only SetATRMiddlewareDetection, SwitchEnrollmentMode and SetIdentityAgentSpringCheck
+ * write the registry; their comments name what they write. Every other function only reads.
  */
 #ifndef ZEL_PLATFORM_METHODS64_H
 #define ZEL_PLATFORM_METHODS64_H
@@ -21,32 +45,85 @@ extern "C" {
 #define ZEL_PLATFORM_API __declspec(dllimport)
 #endif
 
-/* Major file version of the module at path ("10" for 10.0.19041.1); release with FreeStringData. */
+/* The major file version of the module at path, from its version resource: "10" for
+ * 10.0.19041.1, "0" when the resource's fixed information has no valid signature.
+ * 0: *versionOut holds the text; release it with FreeStringData.
+ * 1: path, versionOut or versionLengthOut is NULL. 3: the version resource has no fixed
+ * information. 11: no such file or folder. 4: any other Windows failure, a file without a version
+ * resource among them. 23: an unexpected failure. No text with any of these.
+ * Reads the file only. */
 ZEL_PLATFORM_API int GetFileVersion(const char* path, char** versionOut, int* versionLengthOut,
                                     const char* logFile);
-/* Points the JCOP 41 card entries of the smart-card database at "GEMSAFE" or "PIVMINIDRIVER". */
+/* Points the two JCOP 41 card entries of the smart-card database at a minidriver: atr is exactly
+ * "GEMSAFE" (the entries match the card, so the GemSafe minidriver serves it) or "PIVMINIDRIVER"
+ * (their ATR's first byte becomes 0xFF, so they never match and the PIV minidriver serves it).
+ * Writes, in the 64-bit and then the 32-bit registry view of HKEY_LOCAL_MACHINE, the keys
+ * "SOFTWARE\Microsoft\Cryptography\Calais\SmartCards\JCOP 41 T=1" and "...\JCOP 41 T=1 RFID
+ * on OMNIKEY CardMan 5x21-CL" (created when missing) with the values "80000001", "ATR",
+ * "ATRMask", "Crypto Provider" and "Smart Card Key Storage Provider". Needs administrator rights.
+ * 0: all four entries written. 1: atr is NULL. 14: atr is another word (letter case counts).
+ * 4: a key or value could not be written; the entries written before it stay. 23: an unexpected
+ * failure. Writes progress lines to standard output. */
 ZEL_PLATFORM_API int SetATRMiddlewareDetection(const char* atr, const char* logFile);
-/* Which minidriver the JCOP 41 card entries name; JSON, release with FreeStringData. */
+/* Which minidriver the JCOP 41 card entries (64-bit view) give the card to. The answer is a word,
+ * not JSON: "GEMSAFE" or "PIVMINIDRIVER".
+ * 0: *jsonOut holds the word; release it with FreeStringData.
+ * 1: an out pointer is NULL. 19: an entry's key cannot be opened (missing). 21: an entry's "ATR"
+ * cannot be read. 32: the two entries disagree. 11: an entry's ATR is neither. 23: an unexpected
+ * failure. No text with any of these. Reads the registry only.
+ * (32 and 11 become "PIVMINIDRIVER" with 0 when the OT middleware's record reads "Detected":
+ * "TRUE"; the record OberthurMiddlewareDetection writes reads "true", so today they do not.) */
 ZEL_PLATFORM_API int GetATRMiddlewareDetection(char** jsonOut, int* jsonLengthOut,
                                                const char* logFile);
-/* The "OTMiddleware" record; JSON, release with FreeStringData. */
+/* Whether the Oberthur (OT) middleware is installed, as the "OTMiddleware" JSON record.
+ * 1: detected; 0: not detected. With both, *jsonOut holds the record; release it with
+ * FreeStringData.
+ * 1 without a record: an out pointer is NULL. Negative: the search failed (-4: the installed
+ * programs could not be read; -23: an unexpected failure); no text. Reads the registry only. */
 ZEL_PLATFORM_API int OberthurMiddlewareDetection(char** jsonOut, int* jsonLengthOut,
                                                  const char* logFile);
-/* The supported-middleware document; JSON, release with FreeStringData. */
+/* The supported-middleware document: one JSON record per supported middleware, in a fixed order.
+ * 0: *jsonOut holds the document, whether or not anything is installed.
+ * 4: no record could be built; *jsonOut holds an exception record ("MiddlewareDetection").
+ * 23: an unexpected failure; *jsonOut holds the exception record, or is NULL when even that
+ * could not be handed out. Release any text with FreeStringData.
+ * 1: an out pointer is NULL; no text. Reads the registry and the driver store only. */
 ZEL_PLATFORM_API int SupportedMiddlewareDetection(char** jsonOut, int* jsonLengthOut,
                                                   const char* logFile);
-/* The Identity Agent document; JSON, release with FreeStringData. Returns 1 when an agent is
- * installed and running, 0 when none is (name "unknown"), a negative code when the installed
- * programs cannot be read; the document comes with each of these. 23: no document. */
+/* Which Identity Agent is installed and running, its version and how its card-removal check
+ * (spring check) stands, as a JSON document.
+ * 1: an agent was found; 0: none was (name "unknown"); negative: neither agent could be looked
+ * for (the code of the last detector). With each of these *jsonOut holds the document; release
+ * it with FreeStringData.
+ * 1 without a document: an out pointer is NULL. 23: the document could not be built or handed
+ * out; no text. Reads the registry and the process list only. */
 ZEL_PLATFORM_API int DetectIdentityAgent(char** jsonOut, int* jsonLengthOut, const char* logFile);
-/* Non-zero enable restores the agent's card-removal check, zero switches it off for this user
- * (11 when IdentityAgent.exe is not running for this user). */
+/* Switches the organisation's Identity Agent's card-removal check for the current user.
+ * enable 0: switches it off. Writes, under HKEY_CURRENT_USER "SOFTWARE\Vessant\Identity Agent"
+ * (created when missing), "CardRemovalCheck" = "False" (REG_SZ) and "ZelCheck" (REG_BINARY, a
+ * record of the running agent process, by which a later detection tells whether the agent has
+ * restarted since). enable non-zero: deletes those two values, so the agent's default applies.
+ * 0: switched. 11: IdentityAgent.exe is not running for this user (switch-off only; no value is
+ * written, the key may have been created). 15, 16 or 4: a registry call failed (missing, access
+ * denied, other). 23: an unexpected failure. Writes failure lines to standard error. */
 ZEL_PLATFORM_API int SetIdentityAgentSpringCheck(unsigned char enable, const char* logFile);
-/* "AGILE", "COMPATIBILITY" or "NOT SET" (with 4 or 11); release with FreeStringData. */
+/* Which applet the PIV minidriver presents for enrollment, from the current user's
+ * "SOFTWARE\Oberthur Technologies\Minidriver\PIVMinidriver" value "EnableKVREnrollment".
+ * 0: "AGILE" (value 0, or unreadable) or "COMPATIBILITY" (any other number).
+ * 11: "NOT SET", the key is missing. 4: "NOT SET", the key has no such value.
+ * With these three *modeOut holds the word; release it with FreeStringData.
+ * 1: an out pointer is NULL. 23: an unexpected failure. No text with these.
+ * Reads the registry only. */
 ZEL_PLATFORM_API int GetEnrollmentMode(char** modeOut, int* modeLengthOut, const char* logFile);
-/* applet is exactly "AGILE" or "COMPATIBILITY". */
+/* Switches the applet the PIV minidriver presents: applet is exactly "AGILE" or "COMPATIBILITY"
+ * (letter case counts). Writes the value "EnableKVREnrollment" (REG_DWORD 0 for AGILE, 1 for
+ * COMPATIBILITY) of HKEY_CURRENT_USER "SOFTWARE\Oberthur Technologies\Minidriver\PIVMinidriver",
+ * creating the key when it is missing.
+ * 0: switched. 1: applet is NULL. 4: another word (the key is still created when it was missing),
+ * or the key or value could not be written. 23: an unexpected failure. */
 ZEL_PLATFORM_API int SwitchEnrollmentMode(const char* applet, const char* logFile);
-/* Frees *data (when non-NULL) and sets *data to NULL; NULL data is ignored. */
+/* Releases text the library handed out: frees *data and sets *data to NULL. NULL data or a NULL
+ * *data does nothing. Returns nothing. */
 ZEL_PLATFORM_API void FreeStringData(char** data);
 
 typedef int (*ZelGetFileVersionFn)(const char*, char**, int*, const char*);
@@ -75,7 +152,8 @@ typedef struct ZelPlatformExportedInterface {
     ZelPlatformGetExportedInterfaceFn ZelPlatformGetExportedInterface;
 } ZelPlatformExportedInterface;
 
-/* Fills the table; returns 1 when table is NULL, else 0. */
+/* Fills the table with the eleven exports, for hosts that load the DLL with LoadLibrary and
+ * resolve this one name. 0: filled. 1: table is NULL. */
 ZEL_PLATFORM_API int ZelPlatformGetExportedInterface(ZelPlatformExportedInterface* table);
 
 #ifdef __cplusplus

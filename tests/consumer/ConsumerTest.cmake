@@ -53,6 +53,7 @@ if(MODE STREQUAL "layout")
         THIRD-PARTY-NOTICES.txt
         bin/ZelPlatformMethods64.dll
         bin/zelplat.exe
+        docs/api.md
         include/ZelPlatformMethods64.h
         lib/ZelPlatformMethods64.lib
         lib/cmake/ZelPlatformMethods64/ZelPlatformMethods64Config.cmake
