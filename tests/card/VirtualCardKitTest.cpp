@@ -60,7 +60,7 @@ protected:
         }
     }
     SCARDCONTEXT context = 0;
-    zeltest::VirtualCard card;
+    zeltest::VirtualCard card{zeltest::Relaxed(zeltest::OberthurCardState())};
 };
 
 TEST_F(KitWinscard, IsTheKitsDllFromTheProgramFolderNotWines) {
@@ -84,7 +84,7 @@ TEST_F(KitWinscard, ConnectAndStatusGiveTheReaderAndAtrOfTheState) {
     DWORD activeProtocol = 0xDEADBEEF;
     ASSERT_EQ(SCARD_S_SUCCESS,
               ::SCardStatusA(handle, nullptr, nullptr, &state, &activeProtocol, atr, &atrLength));
-    const std::vector<BYTE> expected = zeltest::OberthurCardState().atr;
+    const std::vector<BYTE> expected = zeltest::Relaxed(zeltest::OberthurCardState()).atr;
     ASSERT_EQ(expected.size(), atrLength);
     EXPECT_EQ(expected, std::vector<BYTE>(atr, atr + atrLength));
     EXPECT_EQ(0xCD, atr[atrLength]); // nothing written past the ATR
@@ -113,7 +113,7 @@ TEST_F(KitWinscard, OtherReaderIsUnknownAndAnEmptyReaderHasNoCard) {
     DWORD protocol = 0;
     EXPECT_EQ(SCARD_E_UNKNOWN_READER, ::SCardConnectA(context, "Other Reader", SCARD_SHARE_SHARED,
                                                       SCARD_PROTOCOL_T1, &handle, &protocol));
-    CardState empty = zeltest::OberthurCardState();
+    CardState empty = zeltest::Relaxed(zeltest::OberthurCardState());
     empty.inserted = false;
     zeltest::WriteCardState(empty);
     EXPECT_EQ(SCARD_E_NO_SMARTCARD,
@@ -263,7 +263,7 @@ protected:
         ASSERT_EQ(SCARD_S_SUCCESS,
                   ::SCardConnectA(context.get(), zeltest::kKitReader, SCARD_SHARE_SHARED,
                                   SCARD_PROTOCOL_T1, card.put(), &protocol));
-        atr = zeltest::OberthurCardState().atr;
+        atr = zeltest::Relaxed(zeltest::OberthurCardState()).atr;
         module.reset(::LoadLibraryA(zeltest::kKitMinidriverFile));
         ASSERT_TRUE(module) << ::GetLastError();
         acquire = reinterpret_cast<PFN_CARD_ACQUIRE_CONTEXT>(
@@ -295,7 +295,7 @@ protected:
         return table;
     }
 
-    zeltest::VirtualCard virtualCard;
+    zeltest::VirtualCard virtualCard{zeltest::Relaxed(zeltest::OberthurCardState())};
     TqUniqueSCardContext context;
     TqUniqueSCardHandle card; // declared after the context: closed before it
     std::vector<BYTE> atr;
@@ -414,7 +414,7 @@ TEST_F(KitMinidriver, WritingCardcfNeedsThePinAndCountsAsACacheBump) {
 // The CSP
 
 CardState cardWithContainers() {
-    CardState state = zeltest::OberthurCardState();
+    CardState state = zeltest::Relaxed(zeltest::OberthurCardState());
     state.containers = {
         {"agile", "ORBEN_CCCA agile", KeyKind::kSignature, true, Shown::kAlways},
         {"agile", "ORBEN_AUTH agile", KeyKind::kExchange, false, Shown::kAlways},
@@ -545,7 +545,7 @@ TEST_F(KitCsp, EmptyNameOpensTheAppletsFirstContainer) {
 }
 
 TEST_F(KitCsp, ContainersChangeOnceTheCacheHasBeenBumpedOftenEnough) {
-    CardState state = zeltest::OberthurCardState();
+    CardState state = zeltest::Relaxed(zeltest::OberthurCardState());
     state.refreshAfterBumps = 2;
     state.containers = {
         {"agile", "stale", KeyKind::kSignature, false, Shown::kBeforeRefresh},
@@ -563,7 +563,7 @@ TEST_F(KitCsp, ContainersChangeOnceTheCacheHasBeenBumpedOftenEnough) {
 }
 
 TEST_F(KitCsp, EmptyContainerNameIsEnumeratedWithLengthZero) {
-    CardState state = zeltest::OberthurCardState();
+    CardState state = zeltest::Relaxed(zeltest::OberthurCardState());
     state.containers = {{"agile", "", KeyKind::kSignature, false, Shown::kAlways},
                         {"agile", "after", KeyKind::kExchange, false, Shown::kAlways}};
     zeltest::VirtualCard card(state);

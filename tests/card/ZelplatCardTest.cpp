@@ -29,14 +29,14 @@ std::string atrText(const CardState& state) {
 
 // The compatibility exchange key has no certificate, however often the cache is reset.
 CardState invalidCard() {
-    CardState state = zeltest::ValidOberthurCardState();
+    CardState state = zeltest::Relaxed(zeltest::ValidOberthurCardState());
     state.containers[4].certificate = false;
     return state;
 }
 
 // The agile exchange container shows only once the cache has been reset once.
 CardState refreshingCard() {
-    CardState state = zeltest::ValidOberthurCardState();
+    CardState state = zeltest::Relaxed(zeltest::ValidOberthurCardState());
     state.refreshAfterBumps = 1;
     state.containers[1].shown = zelkit::Shown::kAfterRefresh;
     return state;
@@ -78,10 +78,10 @@ protected:
 };
 
 TEST_F(ZelplatCard, ListShowsTheReaderItsCardAndTheCardsMinidriver) {
-    insert(zeltest::ValidOberthurCardState());
+    insert(zeltest::Relaxed(zeltest::ValidOberthurCardState()));
     const auto run = zelplat("card list");
     EXPECT_EQ(0u, run.exitCode);
-    const std::string atr = atrText(zeltest::ValidOberthurCardState());
+    const std::string atr = atrText(zeltest::Relaxed(zeltest::ValidOberthurCardState()));
     EXPECT_EQ("READER           CARD     ATR" + std::string(atr.size() - 1, ' ') +
                   "CARD NAME                         MINIDRIVER\r\n"
                   "ZelKit Reader 0  present  " +
@@ -91,7 +91,7 @@ TEST_F(ZelplatCard, ListShowsTheReaderItsCardAndTheCardsMinidriver) {
 }
 
 TEST_F(ZelplatCard, ListShowsAnEmptyReader) {
-    CardState state = zeltest::ValidOberthurCardState();
+    CardState state = zeltest::Relaxed(zeltest::ValidOberthurCardState());
     state.inserted = false;
     insert(state);
     const auto run = zelplat("card list");
@@ -102,7 +102,7 @@ TEST_F(ZelplatCard, ListShowsAnEmptyReader) {
 }
 
 TEST_F(ZelplatCard, ListShowsACardWithoutAMinidriver) {
-    insert(zeltest::ValidOberthurCardState());
+    insert(zeltest::Relaxed(zeltest::ValidOberthurCardState()));
     ASSERT_EQ(ERROR_SUCCESS,
               ::RegDeleteKeyValueA(HKEY_LOCAL_MACHINE,
                                    zeltest::CalaisCardKey(zeltest::kKitCardName).c_str(),
@@ -128,7 +128,7 @@ TEST_F(ZelplatCard, ListWithoutAReaderSaysSo) {
 
 TEST_F(ZelplatCard, CheckOfAValidCardDoesNothingAndExits1) {
     workstation.install(kInstalledAwp);
-    insert(zeltest::ValidOberthurCardState());
+    insert(zeltest::Relaxed(zeltest::ValidOberthurCardState()));
     const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 1234");
     EXPECT_EQ(1u, run.exitCode);
     EXPECT_EQ("The card's content is valid; nothing was done.\r\n", run.out);
@@ -213,7 +213,7 @@ TEST_F(ZelplatCard, CheckWithoutAReaderFails) {
 }
 
 TEST_F(ZelplatCard, ClearCacheBumpsTheCountersThreeTimes) {
-    insert(zeltest::ValidOberthurCardState());
+    insert(zeltest::Relaxed(zeltest::ValidOberthurCardState()));
     const auto run = zelplat("card clear-cache \"ZelKit Reader 0\" --pin 1234");
     EXPECT_EQ(0u, run.exitCode);
     EXPECT_EQ("The card's cache was cleared: its freshness counters were bumped three times.\r\n",
@@ -225,7 +225,7 @@ TEST_F(ZelplatCard, ClearCacheBumpsTheCountersThreeTimes) {
 }
 
 TEST_F(ZelplatCard, ClearCacheWithAWrongPinShowsTheReasonAndExits4) {
-    insert(zeltest::ValidOberthurCardState());
+    insert(zeltest::Relaxed(zeltest::ValidOberthurCardState()));
     const int lentBefore = lentLogFiles();
     const auto run = zelplat("card clear-cache \"ZelKit Reader 0\" --pin 8642");
     EXPECT_EQ(4u, run.exitCode);
@@ -248,7 +248,7 @@ TEST_F(ZelplatCard, ClearCacheWithAWrongPinShowsTheReasonAndExits4) {
 }
 
 TEST_F(ZelplatCard, ClearCacheWithoutACardExits4) {
-    CardState state = zeltest::ValidOberthurCardState();
+    CardState state = zeltest::Relaxed(zeltest::ValidOberthurCardState());
     state.inserted = false;
     insert(state);
     const auto run = zelplat("card clear-cache \"ZelKit Reader 0\" --pin 1234");

@@ -199,7 +199,8 @@ StoredValue ReadValue(HKEY root, const std::string& path, const char* name, REGS
     return value;
 }
 
-DeniedKey::DeniedKey(HKEY root, const std::string& path, REGSAM view, CallSite caller) {
+SavedKeySecurity::SavedKeySecurity(HKEY root, const std::string& path, REGSAM view,
+                                   CallSite caller) {
     const CallerTrace trace(caller);
     EXPECT_EQ(ERROR_SUCCESS, ::RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0,
                                                KEY_ALL_ACCESS | view, nullptr, key_.put(), nullptr))
@@ -209,17 +210,22 @@ DeniedKey::DeniedKey(HKEY root, const std::string& path, REGSAM view, CallSite c
     original_.resize(size);
     EXPECT_EQ(ERROR_SUCCESS,
               ::RegGetKeySecurity(key_.get(), DACL_SECURITY_INFORMATION, original_.data(), &size));
+}
+
+SavedKeySecurity::~SavedKeySecurity() {
+    if (key_ && !original_.empty()) {
+        ::RegSetKeySecurity(key_.get(), DACL_SECURITY_INFORMATION, original_.data());
+    }
+}
+
+DeniedKey::DeniedKey(HKEY root, const std::string& path, REGSAM view, CallSite caller)
+    : saved_(root, path, view, caller) {
+    const CallerTrace trace(caller);
     PSECURITY_DESCRIPTOR denyAll = nullptr;
     EXPECT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorA(
         "D:(D;;KA;;;WD)", SDDL_REVISION_1, &denyAll, nullptr));
     const TqUniqueLocalMemory owner(denyAll);
-    EXPECT_EQ(ERROR_SUCCESS, ::RegSetKeySecurity(key_.get(), DACL_SECURITY_INFORMATION, denyAll));
-}
-
-DeniedKey::~DeniedKey() {
-    if (key_ && !original_.empty()) {
-        ::RegSetKeySecurity(key_.get(), DACL_SECURITY_INFORMATION, original_.data());
-    }
+    EXPECT_EQ(ERROR_SUCCESS, ::RegSetKeySecurity(saved_.key(), DACL_SECURITY_INFORMATION, denyAll));
 }
 
 BOOL CreateTestProcess(const char* application, std::string& commandLine,

@@ -67,19 +67,32 @@ struct StoredValue {
 };
 StoredValue ReadValue(HKEY root, const std::string& path, const char* name, REGSAM view = 0);
 
-// Denies everyone every access to a key (DACL "D:(D;;KA;;;WD)") while it lives; the key's own
-// handle, opened before, puts the old security back at the end.
-class DeniedKey {
+// Keeps a key's security as it is now (the key is created when missing) and puts it back at the
+// end through a handle opened now, whatever is done to the key meanwhile.
+class SavedKeySecurity {
 public:
-    DeniedKey(HKEY root, const std::string& path, REGSAM view = 0,
-              CallSite caller = CallSite::current());
-    ~DeniedKey();
-    DeniedKey(const DeniedKey&) = delete;
-    DeniedKey& operator=(const DeniedKey&) = delete;
+    SavedKeySecurity(HKEY root, const std::string& path, REGSAM view = 0,
+                     CallSite caller = CallSite::current());
+    ~SavedKeySecurity();
+    SavedKeySecurity(const SavedKeySecurity&) = delete;
+    SavedKeySecurity& operator=(const SavedKeySecurity&) = delete;
+
+    HKEY key() const { return key_.get(); }
 
 private:
     TqUniqueRegKey key_;
     std::vector<BYTE> original_;
+};
+
+// Denies everyone every access to a key (DACL "D:(D;;KA;;;WD)") while it lives; the old
+// security comes back at the end.
+class DeniedKey {
+public:
+    DeniedKey(HKEY root, const std::string& path, REGSAM view = 0,
+              CallSite caller = CallSite::current());
+
+private:
+    SavedKeySecurity saved_;
 };
 
 // CreateProcessA for the tests. Under heavy load Wine now and then refuses a start with

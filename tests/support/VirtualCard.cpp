@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 namespace zeltest {
 
 namespace {
@@ -33,6 +35,12 @@ zelkit::CardState OberthurCardState() {
                  0x31, 0xC0, 0x64, 0xC7, 0xFC, 0x10, 0x00, 0x01, 0x90, 0x00, 0xFA};
     state.pin = "1234";
     state.cardcf = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08};
+    state.strict = true;
+    return state;
+}
+
+zelkit::CardState Relaxed(zelkit::CardState state) {
+    state.strict = false;
     return state;
 }
 
@@ -97,6 +105,47 @@ void RegisterKitCsp(CallSite caller) {
 
 void UnregisterKitCsp() {
     DeleteKeyTree(HKEY_LOCAL_MACHINE, CspProviderKey(kBaseCspName));
+    DeleteKeyTree(HKEY_LOCAL_MACHINE, CspProviderKey(kOtherCspName));
+}
+
+void RegisterKitOtherCsp(CallSite caller) {
+    const CallerTrace trace(caller);
+    WriteString(HKEY_LOCAL_MACHINE, CspProviderKey(kOtherCspName), "Image Path",
+                BuiltFile("kit_csp_other.dll"));
+    WriteDword(HKEY_LOCAL_MACHINE, CspProviderKey(kOtherCspName), "Type", 1);
+}
+
+std::vector<std::string> TakeKitViolations(CallSite caller) {
+    const CallerTrace trace(caller);
+    std::vector<std::string> violations;
+    zelkit::UpdateCardState(
+        [&](zelkit::CardState& state) { violations = std::exchange(state.violations, {}); });
+    return violations;
+}
+
+std::vector<std::string> TakeKitOutstanding(CallSite caller) {
+    const CallerTrace trace(caller);
+    std::vector<std::string> outstanding;
+    zelkit::UpdateCardState(
+        [&](zelkit::CardState& state) { outstanding = std::exchange(state.outstanding, {}); });
+    return outstanding;
+}
+
+int KitPinCopyCheck(CallSite caller) {
+    const CallerTrace trace(caller);
+    const HMODULE minidriver = ::GetModuleHandleA(kKitMinidriverFile);
+    if (minidriver == nullptr) {
+        ADD_FAILURE() << kKitMinidriverFile << " is not loaded";
+        return -1;
+    }
+    using Check = int (*)();
+    const auto check = reinterpret_cast<Check>(
+        reinterpret_cast<void*>(::GetProcAddress(minidriver, "ZelKitCheckPinCopy")));
+    if (check == nullptr) {
+        ADD_FAILURE() << "the kit minidriver has no ZelKitCheckPinCopy";
+        return -1;
+    }
+    return check();
 }
 
 VirtualCard::VirtualCard(const zelkit::CardState& state, CallSite caller) {
@@ -105,9 +154,19 @@ VirtualCard::VirtualCard(const zelkit::CardState& state, CallSite caller) {
     WriteCardState(state);
     RegisterKitMinidriver(state);
     RegisterKitCsp();
+    RegisterKitOtherCsp();
 }
 
 VirtualCard::~VirtualCard() {
+    zelkit::CardState state;
+    if (zelkit::LoadCardState(state)) {
+        for (const std::string& violation : state.violations) {
+            ADD_FAILURE() << "the virtual card kit was called wrongly: " << violation;
+        }
+        for (const std::string& held : state.outstanding) {
+            ADD_FAILURE() << "not given back to the virtual card kit: " << held;
+        }
+    }
     UnregisterKitCsp();
     UnregisterKitMinidriver();
     RemoveCardState();

@@ -122,6 +122,12 @@ std::string FormatCardState(const CardState& state) {
     if (state.readOnly) {
         out << "readOnly=1\n";
     }
+    if (state.strict) {
+        out << "strict=1\n";
+    }
+    if (!state.denyEnrollmentKeyAt.empty()) {
+        out << "denyEnrollmentKeyAt=" << state.denyEnrollmentKeyAt << "\n";
+    }
     for (const Container& container : state.containers) {
         out << "container=" << container.applet << "|" << container.name << "|"
             << keyName(container.key) << "|" << (container.certificate ? "certificate" : "none")
@@ -132,6 +138,15 @@ std::string FormatCardState(const CardState& state) {
         << "cardReads=" << state.cardReads << "\n";
     for (const std::string& event : state.events) {
         out << "event=" << event << "\n";
+    }
+    for (const std::string& violation : state.violations) {
+        out << "violation=" << violation << "\n";
+    }
+    for (const std::string& held : state.outstanding) {
+        out << "outstanding=" << held << "\n";
+    }
+    for (const auto& [call, code] : state.failures) {
+        out << "fail=" << call << " " << HexCode(code) << "\n";
     }
     return out.str();
 }
@@ -165,6 +180,10 @@ CardState ParseCardState(const std::string& text) {
             state.acquireContextError = std::stoul(value, nullptr, 16);
         } else if (name == "readOnly") {
             state.readOnly = value != "0";
+        } else if (name == "strict") {
+            state.strict = value != "0";
+        } else if (name == "denyEnrollmentKeyAt") {
+            state.denyEnrollmentKeyAt = value;
         } else if (name == "container") {
             state.containers.push_back(parseContainer(value));
         } else if (name == "cacheBumps") {
@@ -175,6 +194,16 @@ CardState ParseCardState(const std::string& text) {
             state.cardReads = static_cast<unsigned>(std::stoul(value));
         } else if (name == "event") {
             state.events.push_back(value);
+        } else if (name == "violation") {
+            state.violations.push_back(value);
+        } else if (name == "outstanding") {
+            state.outstanding.push_back(value);
+        } else if (name == "fail") {
+            const size_t blank = value.rfind(' ');
+            if (blank != std::string::npos) {
+                state.failures.emplace_back(value.substr(0, blank),
+                                            std::stoul(value.substr(blank + 1), nullptr, 16));
+            }
         }
     }
     return state;
@@ -203,6 +232,84 @@ bool SaveCardState(const CardState& state) {
 
 void RecordEvent(const std::string& event) {
     UpdateCardState([&](CardState& state) { state.events.push_back(event); });
+}
+
+void RecordViolation(const std::string& violation) {
+    UpdateCardState([&](CardState& state) {
+        if (state.strict) {
+            state.violations.push_back(violation);
+        }
+    });
+}
+
+namespace {
+
+bool strictCard() {
+    CardState state;
+    return LoadCardState(state) && state.strict;
+}
+
+} // namespace
+
+bool Expect(const char* call, const char* argument, const std::string& expected,
+            const std::string& actual) {
+    if (expected == actual || !strictCard()) {
+        return true;
+    }
+    RecordViolation(std::string(call) + ": " + argument + " must be " + expected + ", was " +
+                    actual);
+    return false;
+}
+
+void RecordHandedOut(const std::string& what) {
+    UpdateCardState([&](CardState& state) {
+        if (state.strict) {
+            state.outstanding.push_back(what);
+        }
+    });
+}
+
+void RecordGivenBack(const char* call, const std::string& what, bool onlyIfHandedOut) {
+    UpdateCardState([&](CardState& state) {
+        if (!state.strict) {
+            return;
+        }
+        for (auto held = state.outstanding.begin(); held != state.outstanding.end(); ++held) {
+            if (*held == what) {
+                state.outstanding.erase(held);
+                return;
+            }
+        }
+        if (!onlyIfHandedOut) {
+            state.violations.push_back(std::string(call) + ": given " + what +
+                                       ", which the kit did not hand out");
+        }
+    });
+}
+
+unsigned long InjectedFailure(const char* call) {
+    CardState state;
+    if (!LoadCardState(state)) {
+        return 0;
+    }
+    // "CALL@N": only once cardcf has been written N times.
+    for (const auto& [name, code] : state.failures) {
+        const size_t at = name.find('@');
+        if (name.compare(0, at, call) != 0 || (at == std::string::npos && name != call)) {
+            continue;
+        }
+        if (at == std::string::npos ||
+            state.cacheBumps >= static_cast<unsigned>(std::stoul(name.substr(at + 1)))) {
+            return code;
+        }
+    }
+    return 0;
+}
+
+std::string HexCode(unsigned long code) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%08lX", code);
+    return text;
 }
 
 std::string SelectedApplet() {

@@ -5,11 +5,18 @@
 // Containers are named "\\.\<reader>\<name>"; an empty name is the applet's first container
 // (its default). A container whose name is empty in the card state is enumerated with a data
 // length of 0, as a corrupt card entry reads.
+//
+// Built twice: as the base provider, and (ZELKIT_OTHER_CSP) as "ZelKit Other Smart Card Crypto
+// Provider", which shows the same card but must never be asked to open a container: the library
+// opens every container through the base provider, whichever provider enumerated them.
 #include "KitCardState.h"
+#include "base/TqUniqueResource.h"
 
 #include <windows.h>
+#include <sddl.h>
 #include <wincrypt.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -18,11 +25,29 @@ namespace {
 
 constexpr DWORD kNotImplemented = static_cast<DWORD>(E_NOTIMPL);
 
+#ifdef ZELKIT_OTHER_CSP
+constexpr const char* kProviderName = "ZelKit Other Smart Card Crypto Provider";
+#else
+constexpr const char* kProviderName = "Microsoft Base Smart Card Crypto Provider";
+#endif
+
+std::string handleName(const char* kind, const void* handle) {
+    char text[96];
+    std::snprintf(text, sizeof text, "%s %s %p", kProviderName, kind, handle);
+    return text;
+}
+
+std::string flagsText(DWORD flags) {
+    return "0x" + zelkit::HexCode(flags);
+}
+
 struct Provider {
     std::string reader;
     std::vector<zelkit::Container> containers; // what the applet showed at acquire time
     int open = -1;                             // the container of this context, or none
     size_t nextEnumerated = 0;
+    bool enumerating = false; // a CRYPT_FIRST came
+    bool denyEnrollmentKeyAtRelease = false;
 };
 
 struct Key {
@@ -69,6 +94,25 @@ BOOL copyOut(const void* data, DWORD size, LPBYTE buffer, LPDWORD length) {
     return TRUE;
 }
 
+// Denies everyone every access to the PIV minidriver's enrollment key, as a locked-down profile
+// would, so that switching the applet back fails. The test puts the old security back.
+void denyEnrollmentKey() {
+    zelkit::UpdateCardState([](zelkit::CardState& state) { state.denyEnrollmentKeyAt.clear(); });
+    TqUniqueRegKey key;
+    if (::RegOpenKeyExA(HKEY_CURRENT_USER,
+                        "SOFTWARE\\Oberthur Technologies\\Minidriver\\PIVMinidriver", 0, WRITE_DAC,
+                        key.put()) != ERROR_SUCCESS) {
+        zelkit::RecordViolation("kit: the enrollment key could not be opened to deny access");
+        return;
+    }
+    PSECURITY_DESCRIPTOR denyAll = nullptr;
+    if (::ConvertStringSecurityDescriptorToSecurityDescriptorA("D:(D;;KA;;;WD)", SDDL_REVISION_1,
+                                                               &denyAll, nullptr)) {
+        const TqUniqueLocalMemory descriptor(denyAll);
+        ::RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, denyAll);
+    }
+}
+
 } // namespace
 
 extern "C" {
@@ -84,6 +128,27 @@ __declspec(dllexport) BOOL WINAPI
     std::string reader;
     std::string name;
     splitContainer(container, reader, name);
+    const bool verifyOnly = (flags & CRYPT_VERIFYCONTEXT) == CRYPT_VERIFYCONTEXT;
+    if (verifyOnly) {
+        // Enumeration: the reader's default container, no user interface.
+        zelkit::Expect("CPAcquireContext", "dwFlags (enumeration)",
+                       flagsText(CRYPT_VERIFYCONTEXT | CRYPT_SILENT), flagsText(flags));
+        zelkit::Expect("CPAcquireContext", "pszContainer (enumeration)", "\\\\.\\<reader>\\",
+                       container != nullptr && !reader.empty() && name.empty() &&
+                               std::string(container).back() == '\\'
+                           ? "\\\\.\\<reader>\\"
+                           : (container != nullptr ? container : "null"));
+    } else {
+        zelkit::Expect("CPAcquireContext", "dwFlags (container)", flagsText(CRYPT_SILENT),
+                       flagsText(flags));
+#ifdef ZELKIT_OTHER_CSP
+        zelkit::RecordViolation(std::string("CPAcquireContext: container ") +
+                                (container != nullptr ? container : "null") + " opened through " +
+                                kProviderName +
+                                "; containers are opened with the Microsoft Base Smart Card "
+                                "Crypto Provider");
+#endif
+    }
     zelkit::CardState state;
     if (!zelkit::LoadCardState(state) || (!reader.empty() && reader != state.reader)) {
         return fail(static_cast<DWORD>(SCARD_E_UNKNOWN_READER));
@@ -93,7 +158,11 @@ __declspec(dllexport) BOOL WINAPI
     }
     auto provider = new Provider;
     provider->reader = state.reader;
-    provider->containers = state.visible(zelkit::SelectedApplet());
+    const std::string applet = zelkit::SelectedApplet();
+    provider->containers = state.visible(applet);
+    // Once this enumeration is over (its context released), the key is denied.
+    provider->denyEnrollmentKeyAtRelease =
+        verifyOnly && !state.denyEnrollmentKeyAt.empty() && state.denyEnrollmentKeyAt == applet;
     if ((flags & CRYPT_VERIFYCONTEXT) != CRYPT_VERIFYCONTEXT) {
         for (size_t index = 0; index < provider->containers.size(); ++index) {
             if (name.empty() || provider->containers[index].name == name) {
@@ -107,10 +176,19 @@ __declspec(dllexport) BOOL WINAPI
         }
     }
     *handle = reinterpret_cast<HCRYPTPROV>(provider);
+    zelkit::RecordHandedOut(handleName("context", provider));
+#ifdef ZELKIT_OTHER_CSP
+    zelkit::RecordEvent(std::string("CPAcquireContext ") + kProviderName + " " + flagsText(flags) +
+                        " " + (container != nullptr ? container : "null"));
+#endif
     return TRUE;
 }
 
 __declspec(dllexport) BOOL WINAPI CPReleaseContext(HCRYPTPROV handle, DWORD) {
+    zelkit::RecordGivenBack("CryptReleaseContext", handleName("context", providerOf(handle)));
+    if (providerOf(handle) != nullptr && providerOf(handle)->denyEnrollmentKeyAtRelease) {
+        denyEnrollmentKey();
+    }
     delete providerOf(handle);
     return TRUE;
 }
@@ -123,8 +201,22 @@ __declspec(dllexport) BOOL WINAPI
     }
     switch (parameter) {
     case PP_ENUMCONTAINERS: {
-        if ((flags & CRYPT_FIRST) != 0) {
+        if (data != nullptr && length != nullptr) {
+            zelkit::Expect("CPGetProvParam", "*pdwDataLen (PP_ENUMCONTAINERS)", "1024",
+                           std::to_string(*length));
+        }
+        // CRYPT_FIRST starts the list; every later name is asked for with CRYPT_NEXT.
+        zelkit::Expect("CPGetProvParam", "dwFlags (PP_ENUMCONTAINERS)",
+                       flagsText(provider->enumerating ? CRYPT_NEXT : CRYPT_FIRST),
+                       flagsText(flags));
+        const bool first = (flags & CRYPT_FIRST) != 0;
+        if (const unsigned long failure =
+                zelkit::InjectedFailure(first ? "CPGetProvParam.first" : "CPGetProvParam.next")) {
+            return fail(failure);
+        }
+        if (first) {
             provider->nextEnumerated = 0;
+            provider->enumerating = true;
         }
         if (provider->nextEnumerated >= provider->containers.size()) {
             return fail(ERROR_NO_MORE_ITEMS);
@@ -144,10 +236,9 @@ __declspec(dllexport) BOOL WINAPI
         const std::string& name = provider->containers[provider->open].name;
         return copyOut(name.c_str(), static_cast<DWORD>(name.size() + 1), data, length);
     }
-    case PP_NAME: {
-        static const char kName[] = "Microsoft Base Smart Card Crypto Provider";
-        return copyOut(kName, sizeof kName, data, length);
-    }
+    case PP_NAME:
+        return copyOut(kProviderName, static_cast<DWORD>(std::strlen(kProviderName) + 1), data,
+                       length);
     default:
         return fail(static_cast<DWORD>(NTE_BAD_TYPE));
     }
@@ -175,6 +266,7 @@ __declspec(dllexport) BOOL WINAPI
         key->certificate = "ZelKit certificate of " + container.name;
     }
     *keyHandle = reinterpret_cast<HCRYPTKEY>(key);
+    zelkit::RecordHandedOut(handleName("key", key));
     return TRUE;
 }
 
@@ -199,6 +291,8 @@ __declspec(dllexport) BOOL WINAPI CPGetKeyParam(HCRYPTPROV, HCRYPTKEY keyHandle,
 }
 
 __declspec(dllexport) BOOL WINAPI CPDestroyKey(HCRYPTPROV, HCRYPTKEY keyHandle) {
+    zelkit::RecordGivenBack("CryptDestroyKey",
+                            handleName("key", reinterpret_cast<const void*>(keyHandle)));
     delete reinterpret_cast<Key*>(keyHandle);
     return TRUE;
 }

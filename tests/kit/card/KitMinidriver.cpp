@@ -4,6 +4,7 @@
 #include "KitCardState.h"
 #include "card/TqCardModule.h"
 
+#include <cstdio>
 #include <cstring>
 #include <cwchar>
 #include <new>
@@ -35,6 +36,64 @@ std::string hex(const BYTE* data, DWORD size) {
     return text;
 }
 
+std::string quoted(const char* text) {
+    return text != nullptr ? "\"" + std::string(text) + "\"" : "null";
+}
+
+std::string narrow(const wchar_t* text) {
+    if (text == nullptr) {
+        return "null";
+    }
+    std::string out = "\"";
+    for (; *text != L'\0'; ++text) {
+        out += *text < 0x80 ? static_cast<char>(*text) : '?';
+    }
+    return out + "\"";
+}
+
+std::string bufferName(const void* buffer) {
+    char text[48];
+    std::snprintf(text, sizeof text, "CardReadFile buffer %p", buffer);
+    return text;
+}
+
+// The host's own free callback. The kit puts a wrapper in its place, so that a read buffer
+// given back through the table leaves the ledger; one freed any other way stays on it.
+PFN_CSP_FREE gHostFree = nullptr;
+
+void WINAPI ledgerFree(LPVOID memory) {
+    // The table's free also serves blocks the kit did not hand out (the session's, a test's own).
+    zelkit::RecordGivenBack("pfnCspFree", bufferName(memory), true);
+    gHostFree(memory);
+}
+
+// Where the library's copy of the PIN was when it was presented, and the PIN. Once the call is
+// over, the copy must hold the PIN no more. The first 16 bytes of a freed heap block may hold the
+// heap's own pointers, so only what lies beyond them is compared: tests that check the wipe
+// present a long PIN.
+constexpr size_t kHeapListBytes = 16;
+const BYTE* gPinCopy = nullptr;
+std::string gPresentedPin;
+
+// 0: no PIN presented since the last check; 1: the copy was wiped; 2: it still holds the PIN.
+int checkPinCopy() {
+    if (gPinCopy == nullptr) {
+        return 0;
+    }
+    const BYTE* copy = gPinCopy;
+    gPinCopy = nullptr;
+    if (gPresentedPin.size() <= kHeapListBytes) {
+        return 1;
+    }
+    const bool held = std::memcmp(copy + kHeapListBytes, gPresentedPin.data() + kHeapListBytes,
+                                  gPresentedPin.size() - kHeapListBytes) == 0;
+    if (held) {
+        zelkit::RecordViolation("CardAuthenticatePin: the library's copy of the PIN still holds "
+                                "the PIN after the call");
+    }
+    return held ? 2 : 1;
+}
+
 DWORD WINAPI unsupported() {
     return SCARD_E_UNSUPPORTED_FEATURE;
 }
@@ -44,7 +103,7 @@ DWORD WINAPI deleteContext(PCARD_DATA card) {
     if (session == nullptr) {
         return SCARD_E_INVALID_PARAMETER;
     }
-    card->pfnCspFree(session);
+    gHostFree(session); // the kit's own block, not on the ledger
     card->pvVendorSpecific = nullptr;
     zelkit::RecordEvent("CardDeleteContext");
     return SCARD_S_SUCCESS;
@@ -55,7 +114,19 @@ DWORD WINAPI authenticatePin(PCARD_DATA card, LPWSTR user, PBYTE pin, DWORD pinL
     Session* session = sessionOf(card);
     if (session == nullptr || user == nullptr || pin == nullptr ||
         std::wcscmp(user, wszCARD_USER_USER) != 0) {
+        zelkit::Expect("CardAuthenticatePin", "pwszUserId", "\"user\"", narrow(user));
         return SCARD_E_INVALID_PARAMETER;
+    }
+    // The PIN's bytes without a terminating NUL.
+    zelkit::Expect("CardAuthenticatePin", "cbPin", "the PIN's length without a NUL, more than 0",
+                   pinLength > 0 && std::memchr(pin, 0, pinLength) == nullptr
+                       ? "the PIN's length without a NUL, more than 0"
+                       : std::to_string(pinLength) + " bytes holding a NUL or none");
+    gPinCopy = pin;
+    gPresentedPin.assign(reinterpret_cast<const char*>(pin), pinLength);
+    if (const unsigned long failure = zelkit::InjectedFailure("CardAuthenticatePin")) {
+        zelkit::UpdateCardState([&](zelkit::CardState& state) { ++state.pinPresentations; });
+        return failure;
     }
     bool correct = false;
     zelkit::UpdateCardState([&](zelkit::CardState& state) {
@@ -83,10 +154,23 @@ DWORD WINAPI deauthenticate(PCARD_DATA card, LPWSTR, DWORD) {
     return SCARD_S_SUCCESS;
 }
 
+// What the library must pass to read or write the cache file: the root directory as an empty
+// string, the file "cardcf", no flags.
+void expectCacheFileArguments(const char* call, LPSTR directory, LPSTR file, DWORD flags) {
+    zelkit::Expect(call, "pszDirectoryName", "\"\"", quoted(directory));
+    zelkit::Expect(call, "pszFileName", "\"cardcf\"", quoted(file));
+    zelkit::Expect(call, "dwFlags", "0", std::to_string(flags));
+}
+
 DWORD WINAPI readFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags, PBYTE* data,
                       PDWORD size) {
+    checkPinCopy();
+    expectCacheFileArguments("CardReadFile", directory, file, flags);
     if (sessionOf(card) == nullptr || data == nullptr || size == nullptr || flags != 0) {
         return SCARD_E_INVALID_PARAMETER;
+    }
+    if (const unsigned long failure = zelkit::InjectedFailure("CardReadFile")) {
+        return failure;
     }
     if (!isCacheFile(directory, file)) {
         return SCARD_E_FILE_NOT_FOUND;
@@ -96,6 +180,9 @@ DWORD WINAPI readFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags,
     if (card->pfnCspCacheLookupFile != nullptr) {
         lookup = card->pfnCspCacheLookupFile(card->pvCacheContext, tag, 0, data, size);
         zelkit::RecordEvent("CspCacheLookupFile cardcf answered " + std::to_string(lookup));
+        zelkit::Expect("pfnCspCacheLookupFile", "its answer", "1168 (ERROR_NOT_FOUND)",
+                       lookup == ERROR_NOT_FOUND ? "1168 (ERROR_NOT_FOUND)"
+                                                 : std::to_string(lookup));
     }
     if (lookup == SCARD_S_SUCCESS) {
         zelkit::RecordEvent("CardReadFile cardcf from the cache");
@@ -115,6 +202,9 @@ DWORD WINAPI readFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags,
     }
     std::memcpy(*data, state.cardcf.data(), length);
     *size = length;
+    if (state.strict) {
+        state.outstanding.push_back(bufferName(*data));
+    }
     ++state.cardReads;
     state.events.push_back("CardReadFile cardcf from the card");
     zelkit::SaveCardState(state);
@@ -126,9 +216,15 @@ DWORD WINAPI readFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags,
 
 DWORD WINAPI writeFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags, PBYTE data,
                        DWORD size) {
+    checkPinCopy();
+    expectCacheFileArguments("CardWriteFile", directory, file, flags);
+    zelkit::Expect("CardWriteFile", "cbData", "8", std::to_string(size));
     Session* session = sessionOf(card);
     if (session == nullptr || data == nullptr || flags != 0) {
         return SCARD_E_INVALID_PARAMETER;
+    }
+    if (const unsigned long failure = zelkit::InjectedFailure("CardWriteFile")) {
+        return failure;
     }
     if (!isCacheFile(directory, file)) {
         return SCARD_E_FILE_NOT_FOUND;
@@ -156,10 +252,19 @@ DWORD WINAPI writeFile(PCARD_DATA card, LPSTR directory, LPSTR file, DWORD flags
 
 } // namespace
 
+// For the tests: whether the PIN copy of the last presentation was wiped (see checkPinCopy).
+extern "C" __declspec(dllexport) int ZelKitCheckPinCopy() {
+    return checkPinCopy();
+}
+
 extern "C" __declspec(dllexport) DWORD WINAPI CardAcquireContext(PCARD_DATA card, DWORD flags) {
+    zelkit::Expect("CardAcquireContext", "dwFlags", "0", std::to_string(flags));
     if (card == nullptr || flags != 0) {
         return SCARD_E_INVALID_PARAMETER;
     }
+    zelkit::Expect("CardAcquireContext", "dwVersion", "7", std::to_string(card->dwVersion));
+    zelkit::Expect("CardAcquireContext", "pwszCardName", "\"Oberthur Technologies KVR Device\"",
+                   narrow(card->pwszCardName));
     if (card->dwVersion < CARD_DATA_VERSION_FOUR) {
         return ERROR_REVISION_MISMATCH;
     }
@@ -192,6 +297,8 @@ extern "C" __declspec(dllexport) DWORD WINAPI CardAcquireContext(PCARD_DATA card
         card->dwVersion = CARD_DATA_CURRENT_VERSION;
     }
 
+    gHostFree = card->pfnCspFree;
+    card->pfnCspFree = &ledgerFree;
     card->pfnCardDeleteContext = &deleteContext;
     card->pfnCardAuthenticatePin = &authenticatePin;
     card->pfnCardDeauthenticate = &deauthenticate;

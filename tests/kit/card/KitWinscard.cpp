@@ -10,6 +10,7 @@
 #include <windows.h>
 #include <winscard.h>
 
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <set>
@@ -28,6 +29,7 @@ namespace {
 struct Connection {
     SCARDCONTEXT context = 0;
     bool inTransaction = false;
+    bool transacted = false; // a minidriver context began a transaction on it
 };
 
 // Handles are plain numbers, as the service's are; the process is single-threaded in tests.
@@ -42,6 +44,16 @@ bool validContext(SCARDCONTEXT context) {
 Connection* findConnection(SCARDHANDLE card) {
     const auto found = gConnections.find(card);
     return found != gConnections.end() ? &found->second : nullptr;
+}
+
+std::string bufferName(const void* buffer) {
+    char text[48];
+    std::snprintf(text, sizeof text, "SCardFreeMemory buffer %p", buffer);
+    return text;
+}
+
+std::string number(DWORD value) {
+    return "0x" + zelkit::HexCode(value);
 }
 
 // Copies text (with its NUL, or a multi-string's two) to the caller the winscard way: size
@@ -61,6 +73,7 @@ LONG handOut(const std::string& text, size_t totalLength, LPSTR buffer, LPDWORD 
             return SCARD_E_NO_MEMORY;
         }
         std::memcpy(allocated, text.c_str(), text.size());
+        zelkit::RecordHandedOut(bufferName(allocated));
         *reinterpret_cast<LPSTR*>(buffer) = allocated;
         *length = static_cast<DWORD>(totalLength);
         return SCARD_S_SUCCESS;
@@ -105,6 +118,11 @@ __declspec(dllexport) LONG WINAPI
     if (scope > SCARD_SCOPE_SYSTEM) {
         return SCARD_E_INVALID_VALUE;
     }
+    zelkit::Expect("SCardEstablishContext", "dwScope", "SCARD_SCOPE_USER",
+                   scope == SCARD_SCOPE_USER ? "SCARD_SCOPE_USER" : number(scope));
+    if (const unsigned long failure = zelkit::InjectedFailure("SCardEstablishContext")) {
+        return static_cast<LONG>(failure);
+    }
     *context = gNextHandle++;
     gContexts.insert(*context);
     return SCARD_S_SUCCESS;
@@ -135,8 +153,8 @@ __declspec(dllexport) LONG WINAPI
 }
 
 __declspec(dllexport) LONG WINAPI
-    SCardConnectA(SCARDCONTEXT context, LPCSTR reader, DWORD shareMode, DWORD, SCARDHANDLE* card,
-                  LPDWORD activeProtocol) {
+    SCardConnectA(SCARDCONTEXT context, LPCSTR reader, DWORD shareMode, DWORD protocols,
+                  SCARDHANDLE* card, LPDWORD activeProtocol) {
     if (!validContext(context)) {
         return ERROR_INVALID_HANDLE;
     }
@@ -145,6 +163,16 @@ __declspec(dllexport) LONG WINAPI
     }
     if (shareMode < SCARD_SHARE_EXCLUSIVE || shareMode > SCARD_SHARE_DIRECT) {
         return SCARD_E_INVALID_VALUE;
+    }
+    zelkit::Expect("SCardConnectA", "dwShareMode", "SCARD_SHARE_SHARED",
+                   shareMode == SCARD_SHARE_SHARED ? "SCARD_SHARE_SHARED" : number(shareMode));
+    // The card speaks T=1; a shared connection offers both protocols and lets the card choose.
+    if (!zelkit::Expect("SCardConnectA", "dwPreferredProtocols",
+                        number(SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1), number(protocols))) {
+        return SCARD_E_PROTO_MISMATCH;
+    }
+    if (const unsigned long failure = zelkit::InjectedFailure("SCardConnectA")) {
+        return static_cast<LONG>(failure);
     }
     zelkit::CardState state;
     if (!zelkit::LoadCardState(state) || state.reader != reader) {
@@ -161,9 +189,16 @@ __declspec(dllexport) LONG WINAPI
 }
 
 __declspec(dllexport) LONG WINAPI SCardDisconnect(SCARDHANDLE card, DWORD disposition) {
-    if (gConnections.erase(card) == 0) {
+    const Connection* connection = findConnection(card);
+    if (connection == nullptr) {
         return ERROR_INVALID_HANDLE;
     }
+    // A card the minidriver worked with is reset, so that no PIN stays verified on it.
+    if (connection->transacted) {
+        zelkit::Expect("SCardDisconnect", "dwDisposition", number(SCARD_RESET_CARD),
+                       number(disposition));
+    }
+    gConnections.erase(card);
     zelkit::RecordEvent("SCardDisconnect " + std::to_string(disposition));
     return SCARD_S_SUCCESS;
 }
@@ -173,6 +208,14 @@ __declspec(dllexport) LONG WINAPI
                  LPDWORD protocol, LPBYTE atr, LPDWORD atrLength) {
     if (findConnection(card) == nullptr) {
         return ERROR_INVALID_HANDLE;
+    }
+    // The library asks for the ATR alone, into a buffer of 32 bytes.
+    zelkit::Expect("SCardStatusA", "mszReaderNames and pcchReaderLen", "null",
+                   readerNames == nullptr && readerLength == nullptr ? "null" : "set");
+    zelkit::Expect("SCardStatusA", "*pcbAtrLen", "32",
+                   atrLength != nullptr ? std::to_string(*atrLength) : "null");
+    if (const unsigned long failure = zelkit::InjectedFailure("SCardStatusA")) {
+        return static_cast<LONG>(failure);
     }
     zelkit::CardState cardState;
     if (!zelkit::LoadCardState(cardState) || !cardState.inserted) {
@@ -211,6 +254,7 @@ __declspec(dllexport) LONG WINAPI SCardBeginTransaction(SCARDHANDLE card) {
         return ERROR_INVALID_HANDLE;
     }
     connection->inTransaction = true;
+    connection->transacted = true;
     zelkit::RecordEvent("SCardBeginTransaction");
     return SCARD_S_SUCCESS;
 }
@@ -221,6 +265,8 @@ __declspec(dllexport) LONG WINAPI SCardEndTransaction(SCARDHANDLE card, DWORD di
         return ERROR_INVALID_HANDLE;
     }
     zelkit::RecordEvent("SCardEndTransaction " + std::to_string(disposition));
+    zelkit::Expect("SCardEndTransaction", "dwDisposition", number(SCARD_RESET_CARD),
+                   number(disposition));
     if (!connection->inTransaction) {
         return SCARD_E_NOT_TRANSACTED;
     }
@@ -238,6 +284,12 @@ __declspec(dllexport) LONG WINAPI
     if (cardName == nullptr || length == nullptr) {
         return SCARD_E_INVALID_PARAMETER;
     }
+    zelkit::Expect("SCardGetCardTypeProviderNameA", "szCardName",
+                   "Oberthur Technologies KVR Device", cardName);
+    zelkit::Expect("SCardGetCardTypeProviderNameA", "dwProviderId",
+                   number(SCARD_PROVIDER_CARD_MODULE), number(providerId));
+    zelkit::Expect("SCardGetCardTypeProviderNameA", "*pcchProvider", "256",
+                   std::to_string(*length));
     const char* valueName = providerValueName(providerId);
     if (valueName == nullptr) {
         *length = 0;
@@ -266,6 +318,7 @@ __declspec(dllexport) LONG WINAPI
 
 __declspec(dllexport) LONG WINAPI SCardFreeMemory(SCARDCONTEXT, LPCVOID memory) {
     if (memory != nullptr) {
+        zelkit::RecordGivenBack("SCardFreeMemory", bufferName(memory));
         ::HeapFree(::GetProcessHeap(), 0, const_cast<LPVOID>(memory));
     }
     return SCARD_S_SUCCESS;
