@@ -240,6 +240,53 @@ TEST_F(CardCheckAndCacheClear, WrongPinFailsTheFirstResetAndLeavesTheSessionOpen
     EXPECT_EQ(kAttemptOut, out);
 }
 
+// The first content check and the checks after each reset fail with texts that differ in one
+// letter: "Error code" before any reset, "Error Code" after one.
+TEST_F(CardCheckAndCacheClear, FailedFirstCheckSaysErrorCodeWithASmallC) {
+    CardState state = invalidCard();
+    state.failures = {{"CPGetProvParam.first", static_cast<unsigned long>(NTE_BAD_UID)}};
+    insert(state);
+    EXPECT_EQ(-4, run());
+    EXPECT_EQ(std::vector<std::string>{std::string("[ERROR] ") + kSequenceLine +
+                                       "Exception occurred: TqSmartCardHasValidContent failed. "
+                                       "Error code: (0x00000004) Internal error."},
+              sequenceLines());
+    EXPECT_EQ(0u, zeltest::ReadCardState().pinPresentations);
+    EXPECT_EQ("", out);
+}
+
+TEST_F(CardCheckAndCacheClear, FailedCheckAfterAResetSaysErrorCodeWithACapitalC) {
+    CardState state = invalidCard();
+    state.failures = {{"CPGetProvParam.first@1", static_cast<unsigned long>(NTE_BAD_UID)}};
+    insert(state);
+    EXPECT_EQ(-4, run());
+    EXPECT_EQ((std::vector<std::string>{
+                  std::string("[INFO] ") + kSequenceLine + "Attempt to clear Smart Card Cache.",
+                  std::string("[ERROR] ") + kSequenceLine +
+                      "Exception occurred: TqSmartCardHasValidContent failed. Error Code: "
+                      "(0x00000004) Internal error."}),
+              sequenceLines());
+    const CardState after = zeltest::ReadCardState();
+    EXPECT_EQ(1u, after.pinPresentations);
+    EXPECT_EQ(1u, after.cacheBumps);
+    EXPECT_EQ(kAttemptOut, out);
+}
+
+// A call without a log file writes to the file an earlier call named.
+TEST_F(CardCheckAndCacheClear, NullLogFileKeepsThePreviousFile) {
+    insert(validCard());
+    EXPECT_EQ(1, run()); // names log.path()
+    const size_t before = log.bodies().size();
+    zeltest::CapturedStdout output;
+    zeltest::CapturedStderr errors;
+    EXPECT_EQ(-1, TqOTS8SCardCheckAndCacheClear(nullptr, "1234", nullptr));
+    const auto bodies = log.bodies();
+    ASSERT_EQ(before + 1, bodies.size());
+    EXPECT_EQ(std::string("[ERROR] ") + kSequenceLine +
+                  "Exception occurred: One or more calling arguments is invalid.",
+              bodies.back());
+}
+
 TEST_F(CardCheckAndCacheClear, UnregisteredMinidriverFailsTheInit) {
     insert(invalidCard());
     zeltest::UnregisterKitMinidriver();

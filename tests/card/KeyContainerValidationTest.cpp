@@ -164,6 +164,76 @@ TEST_F(ContainerEnumeration, NullContainerNameStopsTheCheck) {
 
 // ---------------------------------------------------------------------------------------------
 
+TEST_F(ContainerEnumeration, FirstNameThatCannotBeFetchedEndsTheListWithTheSystemText) {
+    CardState state = twoAppletCard();
+    state.failures = {{"CPGetProvParam.first", static_cast<unsigned long>(NTE_BAD_UID)}};
+    zeltest::VirtualCard card(state);
+    const std::string text = systemText(static_cast<DWORD>(NTE_BAD_UID));
+    EXPECT_EQ(static_cast<std::uint32_t>(NTE_BAD_UID), enumerate(zeltest::kKitReader));
+    EXPECT_EQ(
+        noteOnly(text) +
+            "TqEnumSmartCardKeyContainers : CryptGetProvParam Failed Error Code 0x80090001 - " +
+            textOnly(text) + "\n",
+        err);
+    EXPECT_TRUE(context.containers.empty());
+}
+
+TEST_F(ContainerEnumeration, NextNameThatCannotBeFetchedKeepsTheRecordsSoFar) {
+    CardState state = twoAppletCard();
+    state.failures = {{"CPGetProvParam.next", static_cast<unsigned long>(NTE_BAD_UID)}};
+    zeltest::VirtualCard card(state);
+    const std::string text = systemText(static_cast<DWORD>(NTE_BAD_UID));
+    EXPECT_EQ(static_cast<std::uint32_t>(NTE_BAD_UID), enumerate(zeltest::kKitReader));
+    EXPECT_EQ(
+        noteOnly(text) +
+            "TqEnumSmartCardKeyContainers : CryptGetProvParam Failed Error Code 0x80090001 - " +
+            textOnly(text) + "\n",
+        err);
+    ASSERT_EQ(1u, context.containers.size());
+    EXPECT_EQ("ORBEN_CCCA agile", context.containers[0].name);
+}
+
+// The enumeration may use any provider; the containers are opened through the base provider
+// all the same (the other provider of the kit reports any container opened through it).
+TEST_F(ContainerEnumeration, ContainersAreOpenedThroughTheBaseProviderWhoeverListedThem) {
+    zeltest::VirtualCard card(twoAppletCard());
+    EXPECT_EQ(kNoMoreItems, enumerate(zeltest::kKitReader, zeltest::kOtherCspName));
+    ASSERT_EQ(2u, context.containers.size());
+    EXPECT_EQ(6u, context.containers[0].content);
+    EXPECT_EQ(5u, context.containers[1].content);
+    EXPECT_EQ(std::vector<std::string>{"CPAcquireContext ZelKit Other Smart Card Crypto Provider "
+                                       "0xF0000040 \\\\.\\ZelKit Reader 0\\"},
+              zeltest::ReadCardState().events);
+}
+
+TEST(StrictCardKit, OtherProviderReportsAContainerOpenedThroughIt) {
+    zeltest::VirtualCard card(twoAppletCard());
+    HCRYPTPROV provider = 0;
+    ASSERT_TRUE(::CryptAcquireContextA(&provider, "\\\\.\\ZelKit Reader 0\\ORBEN_CCCA agile",
+                                       zeltest::kOtherCspName, PROV_RSA_FULL, CRYPT_SILENT));
+    ::CryptReleaseContext(provider, 0);
+    EXPECT_EQ(std::vector<std::string>{"CPAcquireContext: container \\\\.\\ZelKit Reader "
+                                       "0\\ORBEN_CCCA agile opened through ZelKit Other Smart "
+                                       "Card Crypto Provider; containers are opened with the "
+                                       "Microsoft Base Smart Card Crypto Provider"},
+              zeltest::TakeKitViolations());
+}
+
+TEST(StrictCardKit, ReportsWrongAcquireFlagsAndAContextNotReleased) {
+    zeltest::VirtualCard card(twoAppletCard());
+    HCRYPTPROV provider = 0;
+    ASSERT_TRUE(::CryptAcquireContextA(&provider, "\\\\.\\ZelKit Reader 0\\", zeltest::kBaseCspName,
+                                       PROV_RSA_FULL, CRYPT_VERIFYCONTEXT));
+    const std::vector<std::string> held = zeltest::TakeKitOutstanding();
+    ASSERT_EQ(1u, held.size());
+    EXPECT_EQ(0u, held[0].rfind("Microsoft Base Smart Card Crypto Provider context ", 0));
+    ::CryptReleaseContext(provider, 0);
+    EXPECT_EQ((std::vector<std::string>{
+                  "CPAcquireContext: dwFlags (enumeration) must be 0xF0000040, was 0xF0000000",
+                  "CryptReleaseContext: given " + held[0] + ", which the kit did not hand out"}),
+              zeltest::TakeKitViolations());
+}
+
 class OberthurContent : public ::testing::Test {
 protected:
     int check(const char* reader) {
@@ -251,6 +321,48 @@ TEST_F(OberthurContent, ModeThatCannotBeReadStopsTheCheck) {
     EXPECT_EQ("[ERROR] TqZelPlatformMethods::TqOTSmartCardHasValidContent : " + message,
               bodies.back());
     EXPECT_TRUE(records.empty());
+}
+
+// A key the user may not open reads as "AGILE" (the lenient read), and the switch to the first
+// applet fails.
+TEST_F(OberthurContent, FailedSwitchToTheFirstAppletStopsTheCheck) {
+    zeltest::VirtualCard card(twoAppletCard());
+    zeltest::WriteDword(HKEY_CURRENT_USER, kTqEnrollmentKey, kTqEnrollmentValue, 1);
+    {
+        const zeltest::DeniedKey denied(HKEY_CURRENT_USER, kTqEnrollmentKey);
+        EXPECT_EQ(-23, check(zeltest::kKitReader));
+    }
+    const std::string message =
+        "Failed to switch current enrollment to 'AGILE'. Error Code: (0x00000004) Internal error.";
+    EXPECT_EQ("TqOTSmartCardHasValidContent : " + message + "\n", err);
+    const auto bodies = log.bodies();
+    ASSERT_FALSE(bodies.empty());
+    EXPECT_EQ("[ERROR] TqZelPlatformMethods::TqOTSmartCardHasValidContent : " + message,
+              bodies.back());
+    EXPECT_TRUE(records.empty());
+    EXPECT_EQ(1u, storedMode()); // nothing was switched
+}
+
+// The checks run, then the switch back to the remembered applet fails: the verdict stands, and
+// the text carries the verdict's code, not the switch's.
+TEST_F(OberthurContent, FailedSwitchBackKeepsTheVerdictAndSaysSo) {
+    CardState state = twoAppletCard();
+    state.denyEnrollmentKeyAt = "compatibility";
+    zeltest::VirtualCard card(state);
+    zeltest::WriteDword(HKEY_CURRENT_USER, kTqEnrollmentKey, kTqEnrollmentValue, 0);
+    {
+        const zeltest::SavedKeySecurity saved(HKEY_CURRENT_USER, kTqEnrollmentKey);
+        EXPECT_EQ(1, check(zeltest::kKitReader));
+    }
+    const std::string message = "Failed to switch current enrollment to 'AGILE'. Error code: "
+                                "(0x00000001) One or more invalid arguments.";
+    EXPECT_EQ("TqOTSmartCardHasValidContent : " + message + "\n", err);
+    const auto bodies = log.bodies();
+    ASSERT_FALSE(bodies.empty());
+    EXPECT_EQ("[ERROR] TqZelPlatformMethods::TqOTSmartCardHasValidContent : " + message,
+              bodies.back());
+    EXPECT_EQ(5u, records.size()); // both applets were read, the default container too
+    EXPECT_EQ(1u, storedMode());   // left on the second applet
 }
 
 TEST_F(OberthurContent, EnumerationFailureIsMinusFourAndLeavesTheAppletSwitched) {

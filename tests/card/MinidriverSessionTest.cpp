@@ -2,6 +2,7 @@
 // minidriver, loaded as Windows loads them.
 #include "card/TqMinidriverSession.h"
 
+#include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 #include "support/VirtualCard.h"
 
@@ -179,6 +180,31 @@ TEST_F(MinidriverSessionWithCard, UnknownReaderFailsTheConnectAndReleasesTheCont
                  "Exception occurred: SCardConnect failed. Error Code: The specified reader name "
                  "is not recognized. Error Code: (0x80100009)");
     EXPECT_EQ(std::vector<std::string>{"SCardReleaseContext"}, zeltest::ReadCardState().events);
+}
+
+TEST_F(MinidriverSessionWithCard, RefusedServiceContextIsTheFirstStepsFailure) {
+    CardState state = zeltest::OberthurCardState();
+    state.failures = {{"SCardEstablishContext", SCARD_E_NO_SERVICE}};
+    zeltest::WriteCardState(state);
+    EXPECT_EQ(asResult(SCARD_E_NO_SERVICE), init());
+    expectLogged("TqInitMinidriver",
+                 "Exception occurred: SCardEstablishContext failed. Error Code: The smart card "
+                 "resource manager is not running. Error Code: (0x8010001d)");
+    EXPECT_EQ(nullptr, module);
+    EXPECT_TRUE(zeltest::ReadCardState().events.empty()); // nothing connected, nothing to release
+}
+
+TEST_F(MinidriverSessionWithCard, FailedStatusStopsBeforeTheMinidriverIsLoaded) {
+    CardState state = zeltest::OberthurCardState();
+    state.failures = {{"SCardStatusA", SCARD_W_REMOVED_CARD}};
+    zeltest::WriteCardState(state);
+    EXPECT_EQ(asResult(SCARD_W_REMOVED_CARD), init());
+    expectLogged("TqInitMinidriver",
+                 "Exception occurred: SCardStatus failed. Error Code: The smart card has been "
+                 "removed, so further communication is not possible. Error Code: "
+                 "(0x80100069)");
+    EXPECT_EQ(nullptr, module);
+    EXPECT_EQ(nullptr, ::GetModuleHandleA(zeltest::kKitMinidriverFile));
 }
 
 TEST_F(MinidriverSessionWithCard, EmptyReaderHasNoCardToConnectTo) {
@@ -392,6 +418,107 @@ TEST_F(CacheClear, WrongPinStopsBeforeTheCardIsReadAndNeverShowsThePin) {
     EXPECT_EQ(0u, state.cardReads);
     EXPECT_EQ(0u, state.cacheBumps);
     EXPECT_EQ(std::string::npos, log.contents().find("9876"));
+}
+
+// A PIN long enough that the kit can tell a wiped copy from a freed one (see the kit).
+constexpr const char* kLongPin = "31415926535897932384626433832795";
+
+TEST_F(CacheClear, PinCopyIsWipedOnceTheCardHasSeenIt) {
+    CardState state = zeltest::OberthurCardState();
+    state.pin = kLongPin;
+    start(state);
+    zeltest::CapturedStdout output;
+    zeltest::CapturedStderr errors;
+    EXPECT_EQ(0, clear(kLongPin));
+    EXPECT_EQ(0, zeltest::KitPinCopyCheck()); // already checked by the read that followed
+    EXPECT_EQ(std::string::npos, output.text().find(kLongPin));
+    EXPECT_EQ(std::string::npos, errors.text().find(kLongPin));
+    EXPECT_EQ(std::string::npos, log.contents().find(kLongPin));
+}
+
+TEST_F(CacheClear, PinCopyIsWipedWhenTheCardRefusesIt) {
+    CardState state = zeltest::OberthurCardState();
+    state.pin = kLongPin;
+    start(state);
+    const std::string wrong = std::string(kLongPin).replace(0, 1, "2");
+    zeltest::CapturedStdout output;
+    zeltest::CapturedStderr errors;
+    EXPECT_EQ(asResult(SCARD_W_WRONG_CHV), clear(wrong.c_str()));
+    EXPECT_EQ(1, zeltest::KitPinCopyCheck());
+    for (const std::string& text : {output.text(), errors.text(), log.contents()}) {
+        EXPECT_EQ(std::string::npos, text.find(wrong));
+    }
+}
+
+TEST_F(CacheClear, PinCopyIsWipedWhenPresentingItFails) {
+    CardState state = zeltest::OberthurCardState();
+    state.pin = kLongPin;
+    state.failures = {{"CardAuthenticatePin", SCARD_E_COMM_DATA_LOST}};
+    start(state);
+    zeltest::CapturedStdout output;
+    zeltest::CapturedStderr errors;
+    EXPECT_EQ(asResult(SCARD_E_COMM_DATA_LOST), clear(kLongPin));
+    EXPECT_EQ(1, zeltest::KitPinCopyCheck());
+    for (const std::string& text : {output.text(), errors.text(), log.contents()}) {
+        EXPECT_EQ(std::string::npos, text.find(kLongPin));
+    }
+}
+
+TEST_F(CacheClear, FailedReadAfterThePinLeavesTheCopyWiped) {
+    CardState state = zeltest::OberthurCardState();
+    state.pin = kLongPin;
+    state.failures = {{"CardReadFile", SCARD_E_COMM_DATA_LOST}};
+    start(state);
+    EXPECT_EQ(asResult(SCARD_E_COMM_DATA_LOST), clear(kLongPin));
+    EXPECT_EQ(0, zeltest::KitPinCopyCheck()); // checked when the read came
+    EXPECT_EQ(std::string::npos, log.contents().find(kLongPin));
+}
+
+TEST_F(CacheClear, FailedWriteGivesTheReadBufferBackAllTheSame) {
+    CardState state = zeltest::OberthurCardState();
+    state.failures = {{"CardWriteFile", SCARD_E_COMM_DATA_LOST}};
+    start(state);
+    EXPECT_EQ(asResult(SCARD_E_COMM_DATA_LOST), clear());
+    EXPECT_TRUE(zeltest::TakeKitOutstanding().empty());
+}
+
+TEST_F(CacheClear, StrictKitReportsAReadBufferThatIsNotGivenBack) {
+    start(zeltest::OberthurCardState());
+    std::string pin = "1234";
+    DWORD attempts = 0;
+    wchar_t user[] = L"user";
+    ASSERT_EQ(0u,
+              cardData.pfnCardAuthenticatePin(&cardData, user, reinterpret_cast<PBYTE>(pin.data()),
+                                              static_cast<DWORD>(pin.size()), &attempts));
+    char root[] = "";
+    char file[] = "cardcf";
+    PBYTE data = nullptr;
+    DWORD size = 0;
+    ASSERT_EQ(0u, cardData.pfnCardReadFile(&cardData, root, file, 0, &data, &size));
+    const std::vector<std::string> held = zeltest::TakeKitOutstanding();
+    ASSERT_EQ(1u, held.size());
+    EXPECT_EQ(0u, held[0].rfind("CardReadFile buffer ", 0)) << held[0];
+    cardData.pfnCspFree(data);
+}
+
+TEST_F(CacheClear, StrictKitReportsWrongFileArgumentsAndAPinWithItsNul) {
+    start(zeltest::OberthurCardState());
+    BYTE pin[] = "1234";
+    DWORD attempts = 0;
+    wchar_t user[] = L"user";
+    // Five bytes with the NUL: not the card's PIN either.
+    EXPECT_EQ(static_cast<DWORD>(SCARD_W_WRONG_CHV),
+              cardData.pfnCardAuthenticatePin(&cardData, user, pin, sizeof pin, &attempts));
+    PBYTE data = nullptr;
+    DWORD size = 0;
+    char file[] = "cardcf";
+    EXPECT_EQ(0u, cardData.pfnCardReadFile(&cardData, nullptr, file, 0, &data, &size));
+    cardData.pfnCspFree(data);
+    EXPECT_EQ((std::vector<std::string>{
+                  "CardAuthenticatePin: cbPin must be the PIN's length without a NUL, more than "
+                  "0, was 5 bytes holding a NUL or none",
+                  "CardReadFile: pszDirectoryName must be \"\", was null"}),
+              zeltest::TakeKitViolations());
 }
 
 TEST_F(CacheClear, MissingArgumentsAreRefusedWithoutPresentingAnything) {
