@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -234,8 +235,9 @@ CK_RV countingFinalize(CK_VOID_PTR) {
 // A module record with the test's own function list, enabled in the environment while it lives.
 class HandMadeModule {
 public:
-    explicit HandMadeModule(CK_C_Finalize finalize) {
+    explicit HandMadeModule(CK_C_Finalize finalize, CK_C_Initialize initialize = nullptr) {
         list_.C_Finalize = finalize;
+        list_.C_Initialize = initialize;
         module_.functionList = &list_;
         TqPKCS11Env().module = &module_;
         TqPKCS11Env().enabled = true;
@@ -386,6 +388,48 @@ TEST_F(PKCS11ActiveApplet, PlatformRouteTurnsANonStandardExceptionInto23) {
         (std::vector<std::string>{"[INFO] " + kFrame + "Entered", "[INFO] " + kWorker + "Entered",
                                   "[ERROR] " + kFrame + "Unexpected Error occurred"}),
         log.bodies());
+}
+
+CK_RV finalizeThrowingStandard(CK_VOID_PTR) {
+    throw std::runtime_error("the module's finalize broke");
+}
+CK_RV finalizeOk(CK_VOID_PTR) {
+    return CKR_OK;
+}
+CK_RV initializeThrowingStandard(CK_VOID_PTR) {
+    throw std::length_error("the module's initialize broke");
+}
+
+// A standard exception out of the module is the worker's own to report; the result it had
+// stays (0 here: no step had failed yet).
+TEST_F(PKCS11ActiveApplet, StandardExceptionOutOfFinalizeIsReportedAndKeepsTheResult) {
+    zeltest::CapturedStderr errors;
+    int result = -1;
+    {
+        const HandMadeModule module(&finalizeThrowingStandard);
+        result = static_cast<int>(TqPKCS11SetActiveApplet("AGILE", log.path()));
+    }
+    EXPECT_EQ(0, result);
+    EXPECT_EQ("TqPKCS11SetActiveApplet : Exception Occurred - the module's finalize broke\n",
+              errors.text());
+    EXPECT_EQ((std::vector<std::string>{"[INFO] " + kWorker + "Entered",
+                                        "[ERROR] " + kWorker + "the module's finalize broke"}),
+              log.bodies());
+}
+
+TEST_F(PKCS11ActiveApplet, StandardExceptionOutOfInitializeIsReportedAndKeepsTheResult) {
+    zeltest::CapturedStderr errors;
+    int result = -1;
+    {
+        const HandMadeModule module(&finalizeOk, &initializeThrowingStandard);
+        result = static_cast<int>(TqPKCS11SetActiveApplet("AGILE", log.path()));
+    }
+    EXPECT_EQ(0, result);
+    EXPECT_EQ("TqPKCS11SetActiveApplet : Exception Occurred - the module's initialize broke\n",
+              errors.text());
+    EXPECT_EQ((std::vector<std::string>{"[INFO] " + kWorker + "Entered",
+                                        "[ERROR] " + kWorker + "the module's initialize broke"}),
+              log.bodies());
 }
 
 TEST_F(PKCS11ActiveApplet, PlatformRouteRefusesANullAppletBeforeTheWorker) {
