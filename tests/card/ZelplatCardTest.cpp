@@ -142,10 +142,8 @@ TEST_F(ZelplatCard, CheckClearsTheCacheOfAStaleCardAndExits2) {
     EXPECT_EQ(2u, run.exitCode);
     EXPECT_EQ("The card's content was invalid; its cache was cleared and it is valid now.\r\n",
               run.out);
-    // The library's own progress lines are on standard error.
-    EXPECT_EQ("TqOTS8SCardCheckAndCacheClear : Attempt to clear Smart Card Cache.\r\n"
-              "TqOTS8SCardCheckAndCacheClear : Successfully reset the Smart Card Cache.\r\n",
-              run.err);
+    // The library's own progress lines are kept off the streams (--verbose shows them).
+    EXPECT_EQ("", run.err);
     EXPECT_EQ(1u, zeltest::ReadCardState().cacheBumps);
 }
 
@@ -170,8 +168,7 @@ TEST_F(ZelplatCard, CheckWithAWrongPinShowsTheReasonAndExitsMinus4) {
     // PIN, the sequence's and the operation's own failure.
     const std::string wrongPin = "The card cannot be accessed because the wrong PIN was "
                                  "presented. Error Code: (0x8010006b)";
-    EXPECT_EQ("TqOTS8SCardCheckAndCacheClear : Attempt to clear Smart Card Cache.\r\n"
-              "zelplat: [ERROR] TqCryptEnumContainers::cardContainsValidContent : Applet content "
+    EXPECT_EQ("zelplat: [ERROR] TqCryptEnumContainers::cardContainsValidContent : Applet content "
               "is invalid.\r\n"
               "zelplat: [ERROR] TqZelPlatformMethods::TqOTClearSeries8SmartCardCache : Exception "
               "occurred: CardAuthenticatePin failed. Error Code: " +
@@ -185,7 +182,7 @@ TEST_F(ZelplatCard, CheckWithAWrongPinShowsTheReasonAndExitsMinus4) {
                   "TqOTS8SCardCheckAndCacheClear failed. Error Code: (0x00000004) Internal "
                   "error.\r\n"
                   "zelplat: (0x00000004) Internal error.\r\n",
-              run.err.substr(run.err.find("TqOTS8SCardCheckAndCacheClear : Attempt")));
+              run.err);
     EXPECT_EQ(std::string::npos, run.err.find("97531"));
     EXPECT_EQ(1u, zeltest::ReadCardState().pinPresentations);
 }
@@ -195,7 +192,7 @@ TEST_F(ZelplatCard, CheckWithoutTheMiddlewareExits3) {
     const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 1234");
     EXPECT_EQ(3u, run.exitCode);
     EXPECT_EQ("The Oberthur middleware is not installed; the card was not checked.\r\n", run.out);
-    EXPECT_EQ("TqOTS8SCardCheckAndCacheClear : Oberthur Middleware is not installed.\r\n", run.err);
+    EXPECT_EQ("", run.err);
 }
 
 TEST_F(ZelplatCard, CheckWithoutAReaderFails) {

@@ -17,6 +17,18 @@
 
 namespace {
 
+// Where Windows looks for a minidriver named without a folder, for 64-bit and 32-bit programs.
+std::string systemFile(const char* name) {
+    char folder[MAX_PATH + 1] = {};
+    const UINT length = ::GetSystemDirectoryA(folder, sizeof folder);
+    return std::string(folder, length) + "\\" + name;
+}
+std::string wow64File(const char* name) {
+    char folder[MAX_PATH + 1] = {};
+    const UINT length = ::GetSystemWow64DirectoryA(folder, sizeof folder);
+    return std::string(folder, length) + "\\" + name;
+}
+
 using nlohmann::json;
 using Rules = std::vector<std::string>;
 
@@ -91,14 +103,26 @@ TEST_F(ZelplatReport, JsonIsOneObjectWithTheSevenSectionsEachWithItsResult) {
         keys.push_back(section.key());
         EXPECT_TRUE(section.value().contains("result")) << section.key();
         EXPECT_TRUE(section.value().contains("resultText")) << section.key();
+        EXPECT_TRUE(section.value()["outcome"].is_string()) << section.key();
+        EXPECT_TRUE(section.value()["outcomeText"].is_string()) << section.key();
+        EXPECT_TRUE(section.value()["diagnostics"].is_array()) << section.key();
     }
     EXPECT_EQ((std::vector<std::string>{"atr", "enrollment", "fileVersions", "identityAgent",
                                         "library", "middleware", "oberthur"}),
               keys); // nlohmann's json lists members in name order
+    // 11 is an answer of GetEnrollmentMode: no setting, not a failure.
     EXPECT_EQ(11, document["enrollment"]["result"]);
-    EXPECT_EQ("(0x0000000b) Not found.", document["enrollment"]["resultText"]);
+    EXPECT_EQ("not set", document["enrollment"]["outcome"]);
+    EXPECT_EQ("No applet is set: the PIV minidriver's key is missing.",
+              document["enrollment"]["outcomeText"]);
+    EXPECT_EQ(nullptr, document["enrollment"]["resultText"]);
     EXPECT_EQ("NOT SET", document["enrollment"]["mode"]);
+    // A failure keeps the common text beside its own.
     EXPECT_EQ(19, document["atr"]["result"]);
+    EXPECT_EQ("entry missing", document["atr"]["outcome"]);
+    EXPECT_EQ("(0x00000013) File access failed.", document["atr"]["resultText"]);
+    EXPECT_EQ("not detected", document["oberthur"]["outcome"]);
+    EXPECT_EQ(nullptr, document["oberthur"]["resultText"]);
     // The library's documents are embedded as JSON, not as text.
     EXPECT_EQ("false", document["middleware"]["document"]["OTMiddleware"]["Detected"]);
     EXPECT_EQ("unknown", document["identityAgent"]["document"]["ia"]["name"]);
@@ -145,8 +169,16 @@ TEST_F(ZelplatReport, AtrSectionShowsBothViewsOfTheEntries) {
                     {"atrMask", "FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF"},
                     {"minidriver", "GemSafeMD.dll"},
                     {"cryptoProvider", "Microsoft Base Smart Card Crypto Provider"},
-                    {"keyStorageProvider", "Microsoft Smart Card Key Storage Provider"}}),
+                    {"keyStorageProvider", "Microsoft Smart Card Key Storage Provider"},
+                    {"effect", "disabled"},
+                    {"minidriverPath", systemFile("GemSafeMD.dll")},
+                    {"minidriverInstalled", false}}),
               atr["entries"][0]);
+    EXPECT_EQ("active", atr["entries"][2]["effect"]);
+    EXPECT_EQ(json(wow64File("GemSafeMD.dll")), atr["entries"][2]["minidriverPath"]);
+    // The 64-bit entries match no card: the PIV minidriver takes it there; the 32-bit contact
+    // entry gives it to GemSafe.
+    EXPECT_EQ((json{{"64-bit", "PIV minidriver"}, {"32-bit", "GemSafeMD.dll"}}), atr["servedBy"]);
     EXPECT_EQ("3BF9", atr["entries"][2]["atr"]);
     EXPECT_EQ("32-bit", atr["entries"][2]["view"]);
 }
@@ -219,7 +251,8 @@ TEST_F(ZelplatReport, DoctorFindsNothingOnAnEmptyWorkstationAndExits0) {
 TEST_F(ZelplatReport, RuleAtrMiddlewareMissing) {
     setAtr("GEMSAFE");
     json findings;
-    EXPECT_EQ(Rules{"atr-middleware-missing"}, doctorRules(2, &findings));
+    EXPECT_EQ((Rules{"atr-middleware-missing", "minidriver-file-missing"}),
+              doctorRules(2, &findings));
     EXPECT_EQ("install GemaltoMiddleware, or zelplat atr set PIVMINIDRIVER once its middleware is "
               "installed",
               findings["findings"][0]["fix"]);
@@ -229,9 +262,11 @@ TEST_F(ZelplatReport, RuleAtrMiddlewareMissing) {
               findings["findings"][0]["facts"]);
     workstation.install(kInstalledAwp);
     // A problem and a warning: the problem decides the exit code.
-    EXPECT_EQ((Rules{"atr-middleware-missing", "piv-applet-not-set"}), doctorRules(2));
+    EXPECT_EQ((Rules{"atr-middleware-missing", "minidriver-file-missing", "piv-applet-not-set"}),
+              doctorRules(2));
     setApplet();
-    EXPECT_EQ(Rules{"atr-middleware-missing"}, doctorRules(2, &findings));
+    EXPECT_EQ((Rules{"atr-middleware-missing", "minidriver-file-missing", "piv-applet-unused"}),
+              doctorRules(2, &findings));
     EXPECT_EQ("zelplat atr set PIVMINIDRIVER", findings["findings"][0]["fix"]);
     setAtr("PIVMINIDRIVER");
     EXPECT_EQ(Rules{}, doctorRules(0));
@@ -246,7 +281,8 @@ TEST_F(ZelplatReport, RuleAtrViewsDisagree) {
         {0x3B, 0x89, 0x80, 0x01, 0x4A, 0x43, 0x4F, 0x50, 0x34, 0x31, 0x56, 0x32, 0x32, 0x4D},
         KEY_WOW64_32KEY);
     json findings;
-    EXPECT_EQ(Rules{"atr-views-disagree"}, doctorRules(2, &findings));
+    // The 32-bit entry that claims the card names a file that is not there, too.
+    EXPECT_EQ((Rules{"atr-views-disagree", "minidriver-file-missing"}), doctorRules(2, &findings));
     EXPECT_EQ("problem", findings["findings"][0]["severity"]);
     EXPECT_EQ((json{{"contactless 64-bit", "present ATR FF898001"
                                            "4A434F503431563232"
@@ -256,7 +292,7 @@ TEST_F(ZelplatReport, RuleAtrViewsDisagree) {
                                            "4D"}}),
               findings["findings"][0]["facts"]);
     EXPECT_EQ("zelplat atr set PIVMINIDRIVER", findings["findings"][0]["fix"]);
-    EXPECT_EQ(1, findings["problems"]);
+    EXPECT_EQ(2, findings["problems"]);
     EXPECT_EQ(0, findings["warnings"]);
 }
 
@@ -349,7 +385,9 @@ TEST_F(ZelplatReport, HelpForTheNewCommands) {
     EXPECT_EQ(0u, doctor.exitCode);
     EXPECT_NE(std::string::npos,
               doctor.out.find("Exit code 0: nothing found; 1: warnings only; 2: at least one "
-                              "problem.\r\n"));
+                              "problem (after --fix: what\r\nis left).\r\n"));
+    EXPECT_EQ(0u, doctor.out.find("usage: zelplat doctor [--json]\r\n"
+                                  "       zelplat doctor --fix [--yes | --dry-run] [--json]\r\n"));
     const auto unknown = zelplat("help frobnicate");
     EXPECT_EQ(1u, unknown.exitCode);
     EXPECT_NE(std::string::npos, unknown.err.find("usage: zelplat"));

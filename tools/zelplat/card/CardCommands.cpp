@@ -152,7 +152,7 @@ int runCardStep(const Arguments& arguments, const char* logFile, CardStep step, 
     TqZelDLLPlatform platform;
     int result = 0;
     {
-        const LibraryLinesToStandardError libraryLines;
+        const LibraryConsole libraryLines;
         result = step(platform, options, reasons.logFile());
     }
     return report(result, reasons);

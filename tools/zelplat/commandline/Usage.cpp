@@ -7,7 +7,7 @@
 namespace {
 
 const char kUsage[] =
-    "usage: zelplat [--log FILE] COMMAND [ARGUMENTS]\n"
+    "usage: zelplat [--log FILE] [--verbose] COMMAND [ARGUMENTS]\n"
     "\n"
     "Asks ZelPlatformMethods64.dll (next to zelplat.exe) about this workstation.\n"
     "\n"
@@ -16,6 +16,8 @@ const char kUsage[] =
     "                                       every read-only answer in one document\n"
     "  doctor [--json]                      what is wrong here, and the command that fixes it\n"
     "                                       (exit 0: nothing, 1: warnings, 2: problems)\n"
+    "  doctor --fix [--yes|--dry-run] [--json]\n"
+    "                                       apply the fixes the doctor names, asking first\n"
     "  card list                            readers, their cards and the cards' minidrivers\n"
     "  card check READER [--pin PIN]        check the card's key containers, and clear its\n"
     "                                       minidriver cache when they look invalid\n"
@@ -37,12 +39,13 @@ const char kUsage[] =
     "\n"
     "options:\n"
     "  --log FILE   append the library's log lines to FILE\n"
+    "  --verbose    show the library's own console lines on standard error\n"
     "  --help       show this text\n"
     "  --version    show zelplat's version\n"
     "\n"
-    "The answer goes to standard output, and nothing else does: the library's own progress\n"
-    "lines go to standard error. A failure is explained on standard error and its result\n"
-    "code is the exit code.\n";
+    "Words are taken in any letter case. The answer goes to standard output, and nothing else\n"
+    "does; a failure is explained on standard error and its result code is the exit code.\n"
+    "The library's own console lines are shown only with --verbose.\n";
 
 struct CommandHelp {
     const char* command;
@@ -66,14 +69,20 @@ const CommandHelp kCommandHelp[] = {
      "Exit code 0 when the report was made, whatever it says.\n"},
     {"doctor",
      "usage: zelplat doctor [--json]\n"
+     "       zelplat doctor --fix [--yes | --dry-run] [--json]\n"
      "\n"
      "Reads the report and says what is wrong with this workstation's smart-card setup: for\n"
      "each finding its rule, its severity (problem or warning), the facts it read and the\n"
-     "zelplat command that fixes it. Nothing on the workstation is changed.\n"
+     "zelplat command that fixes it. Without --fix nothing on the workstation is changed.\n"
      "\n"
-     "  --json   the findings as one JSON object, for a management tool\n"
+     "  --json      the findings as one JSON object, for a management tool\n"
+     "  --fix       apply the fixes that are switches of the library (atr set, enrollment\n"
+     "              set, ia spring-check), each after asking; then run the rules again\n"
+     "  --yes       with --fix: apply without asking, for a script\n"
+     "  --dry-run   with --fix: only show what would be applied\n"
      "\n"
-     "Exit code 0: nothing found; 1: warnings only; 2: at least one problem.\n"},
+     "Exit code 0: nothing found; 1: warnings only; 2: at least one problem (after --fix: what\n"
+     "is left).\n"},
     {"card",
      "usage: zelplat card list\n"
      "       zelplat card check READER [--pin PIN]\n"

@@ -4,6 +4,7 @@
 #include "library/LibraryCommands.h"
 #include "report/ReportCommand.h"
 #include "commandline/Usage.h"
+#include "common/PlatformDll.h"
 #include "ZelVersion.h"
 
 #include <cstdio>
@@ -68,14 +69,23 @@ int main(int argc, char** argv) {
         std::fputs("zelplat " ZEL_VERSION_TEXT "\n", stdout);
         return 0;
     }
+    // The options before the command, in any order.
     std::string logFile;
-    if (!words.empty() && words[0] == "--log") {
-        if (words.size() < 2) {
-            return UsageError("--log needs a file name");
+    bool logGiven = false;
+    for (;;) {
+        if (!words.empty() && words[0] == "--log") {
+            if (words.size() < 2) {
+                return UsageError("--log needs a file name");
+            }
+            logFile = words[1];
+            logGiven = true;
+            words.erase(words.begin(), words.begin() + 2);
+        } else if (!words.empty() && words[0] == "--verbose") {
+            ShowLibraryLines(true);
+            words.erase(words.begin());
+        } else {
+            break;
         }
-        logFile = words[1];
-        words.erase(words.begin(), words.begin() + 2);
-        return run(words, logFile.c_str());
     }
-    return run(words, nullptr);
+    return run(words, logGiven ? logFile.c_str() : nullptr);
 }

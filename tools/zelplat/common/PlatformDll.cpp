@@ -3,6 +3,7 @@
 #include "base/TqResultCodes.h"
 
 #include <cstdio>
+#include <fcntl.h>
 #include <io.h>
 
 PlatformDll::PlatformDll() : path_(ToolFolder() + "ZelPlatformMethods64.dll") {
@@ -37,17 +38,97 @@ std::string ToolFolder() {
     return folder;
 }
 
-LibraryLinesToStandardError::LibraryLinesToStandardError() : savedOutput_(_dup(1)) {
+namespace {
+
+bool gShowLibraryLines = false;
+
+// The captured bytes as lines: CR LF and LF both end a line; a last line without one counts.
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::string line;
+    for (const char c : text) {
+        if (c == '\n') {
+            if (!line.empty() && line.back() == '\r') {
+                line.pop_back();
+            }
+            lines.push_back(line);
+            line.clear();
+        } else {
+            line += c;
+        }
+    }
+    if (!line.empty()) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+} // namespace
+
+void ShowLibraryLines(bool show) {
+    gShowLibraryLines = show;
+}
+
+LibraryConsole::LibraryConsole() {
+    char folder[MAX_PATH + 1] = {};
+    char name[MAX_PATH + 1] = {};
+    const DWORD length = ::GetTempPathA(sizeof folder, folder);
+    if (length == 0 || length > MAX_PATH || ::GetTempFileNameA(folder, "zpl", 0, name) == 0) {
+        finished_ = true; // nothing captured: the library's lines stay on the streams
+        return;
+    }
+    path_ = name;
+    file_ = _open(name, _O_RDWR | _O_BINARY | _O_TRUNC);
+    if (file_ == -1) {
+        finished_ = true;
+        return;
+    }
     std::fflush(stdout);
-    if (savedOutput_ != -1) {
-        _dup2(2, 1);
+    std::fflush(stderr);
+    savedOutput_ = _dup(1);
+    savedError_ = _dup(2);
+    _dup2(file_, 1);
+    _dup2(file_, 2);
+}
+
+LibraryConsole::~LibraryConsole() {
+    lines();
+    if (file_ != -1) {
+        _close(file_);
+    }
+    if (!path_.empty()) {
+        ::DeleteFileA(path_.c_str());
     }
 }
 
-LibraryLinesToStandardError::~LibraryLinesToStandardError() {
+const std::vector<std::string>& LibraryConsole::lines() {
+    if (finished_) {
+        return lines_;
+    }
+    finished_ = true;
+    // The library shares this process's C runtime: its buffered lines are in these streams.
     std::fflush(stdout);
+    std::fflush(stderr);
     if (savedOutput_ != -1) {
         _dup2(savedOutput_, 1);
         _close(savedOutput_);
     }
+    if (savedError_ != -1) {
+        _dup2(savedError_, 2);
+        _close(savedError_);
+    }
+    std::string text;
+    _lseek(file_, 0, SEEK_SET);
+    char buffer[4096];
+    for (int got = 0; (got = _read(file_, buffer, sizeof buffer)) > 0;) {
+        text.append(buffer, static_cast<size_t>(got));
+    }
+    lines_ = splitLines(text);
+    if (gShowLibraryLines) {
+        for (const std::string& line : lines_) {
+            std::fprintf(stderr, "%s\n", line.c_str());
+        }
+        std::fflush(stderr);
+    }
+    return lines_;
 }

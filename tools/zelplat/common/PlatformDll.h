@@ -8,6 +8,7 @@
 #include "base/TqUniqueResource.h"
 
 #include <string>
+#include <vector>
 
 // What a command got from the library: its result and the text to print.
 struct Outcome {
@@ -46,15 +47,29 @@ template <typename Query> Outcome AskForText(const ZelPlatformExportedInterface&
 // The folder of zelplat.exe, ending in a backslash.
 std::string ToolFolder();
 
-// While it lives, what the library writes to standard output goes to standard error, so that
-// standard output carries the answer alone (a script can parse the document).
-class LibraryLinesToStandardError {
+// The library writes lines of its own ("<function> : <message>") to the process's standard
+// output and standard error; most describe what it met, not failures. While a LibraryConsole
+// lives, both streams go to a file of its own, so that zelplat's streams carry zelplat's words
+// alone; lines() gives what the library wrote. With --verbose (ShowLibraryLines) the lines also
+// go to standard error when the capture ends.
+class LibraryConsole {
 public:
-    LibraryLinesToStandardError();
-    ~LibraryLinesToStandardError();
-    LibraryLinesToStandardError(const LibraryLinesToStandardError&) = delete;
-    LibraryLinesToStandardError& operator=(const LibraryLinesToStandardError&) = delete;
+    LibraryConsole();
+    ~LibraryConsole();
+    LibraryConsole(const LibraryConsole&) = delete;
+    LibraryConsole& operator=(const LibraryConsole&) = delete;
+
+    // Ends the capture (the streams are zelplat's again) and returns the lines, without their
+    // line ends. Later calls return the same lines.
+    const std::vector<std::string>& lines();
 
 private:
-    int savedOutput_;
+    std::string path_;
+    int file_ = -1;
+    int savedOutput_ = -1;
+    int savedError_ = -1;
+    bool finished_ = false;
+    std::vector<std::string> lines_;
 };
+
+void ShowLibraryLines(bool show);

@@ -125,7 +125,9 @@ std::vector<Finding> DiagnoseReport(const ReportJson& report) {
     std::vector<Finding> findings;
     atrMiddlewareMissing(report, findings);
     atrViewsDisagree(report, findings);
+    MinidriverFileMissing(report, findings);
     pivAppletNotSet(report, findings);
+    PivAppletUnused(report, findings);
     agentNotRunning(report, findings);
     SpringCheckRecordMismatch(report, findings);
     RegistryAccessDenied(report, findings);

@@ -41,6 +41,55 @@ void SpringCheckRecordMismatch(const ReportJson& report, std::vector<Finding>& f
          recorded ? "zelplat ia spring-check default" : "zelplat ia spring-check off"});
 }
 
+// An entry that claims the card sends it to a minidriver file that is not there: System32 for
+// 64-bit programs, SysWOW64 for 32-bit ones.
+void MinidriverFileMissing(const ReportJson& report, std::vector<Finding>& findings) {
+    const ReportJson entries = report.value("/atr/entries"_json_pointer, ReportJson::array());
+    ReportJson facts = ReportJson::object();
+    std::string file;
+    for (const ReportJson& entry : entries) {
+        const ReportJson installed = entry.value("minidriverInstalled", ReportJson());
+        if (entry.value("effect", "") != "active" || !installed.is_boolean() ||
+            installed.get<bool>()) {
+            continue;
+        }
+        file = entry.value("minidriver", "");
+        facts[entry.value("entry", "") + " " + entry.value("view", "")] =
+            file + " not found at " + entry.value("minidriverPath", "");
+    }
+    if (facts.empty()) {
+        return;
+    }
+    const bool pivThere =
+        ReportTextAt(report, "/middleware/document/OTMiddleware/Detected") == "true";
+    findings.push_back({"minidriver-file-missing", "problem",
+                        "A JCOP 41 card entry gives the card to " + file +
+                            ", which is not installed: programs of that view cannot use the card.",
+                        facts,
+                        pivThere ? std::string("zelplat atr set PIVMINIDRIVER")
+                                 : "install the middleware that brings " + file});
+}
+
+// The applet setting only matters to the PIV minidriver; when every view's entries give the card
+// to another minidriver, the setting has no effect.
+void PivAppletUnused(const ReportJson& report, std::vector<Finding>& findings) {
+    const std::string mode = ReportTextAt(report, "/enrollment/mode");
+    const std::string served64 = ReportTextAt(report, "/atr/servedBy/64-bit");
+    const std::string served32 = ReportTextAt(report, "/atr/servedBy/32-bit");
+    if ((mode != "AGILE" && mode != "COMPATIBILITY") || served64.empty() ||
+        served64 == "PIV minidriver" || served32 == "PIV minidriver") {
+        return;
+    }
+    findings.push_back(
+        {"piv-applet-unused", "warning",
+         "The PIV minidriver's applet is set, but no JCOP 41 card entry leaves the "
+         "card to the PIV minidriver: the setting has no effect.",
+         ReportJson{{"enrollment.mode", mode},
+                    {"atr.servedBy.64-bit", served64},
+                    {"atr.servedBy.32-bit", served32}},
+         "zelplat atr set PIVMINIDRIVER, if the PIV minidriver is to serve the card"});
+}
+
 void RegistryAccessDenied(const ReportJson& report, std::vector<Finding>& findings) {
     ReportJson denied = ReportJson::array();
     for (auto section = report.begin(); section != report.end(); ++section) {

@@ -6,3 +6,5 @@
 
 void SpringCheckRecordMismatch(const ReportJson& report, std::vector<Finding>& findings);
 void RegistryAccessDenied(const ReportJson& report, std::vector<Finding>& findings);
+void MinidriverFileMissing(const ReportJson& report, std::vector<Finding>& findings);
+void PivAppletUnused(const ReportJson& report, std::vector<Finding>& findings);

@@ -6,6 +6,8 @@
 #include "base/TqResultCodes.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cstring>
 #include <cstdio>
 
 struct LibraryCommand {
@@ -15,6 +17,8 @@ struct LibraryCommand {
                    const char* logFile);
     // Results from 0 up to this one are answers, not failures: nothing to explain.
     int highestAnswer = 0;
+    // The words the argument may be, in the library's own spelling; empty: any text.
+    std::vector<const char*> choices = {};
 };
 
 namespace {
@@ -58,7 +62,9 @@ const Command kCommands[] = {
      1,
      [](const ZelPlatformExportedInterface& dll, const Arguments& arguments, const char* logFile) {
          return Outcome{dll.SwitchEnrollmentMode(arguments[0].c_str(), logFile), {}};
-     }},
+     },
+     0,
+     {"AGILE", "COMPATIBILITY"}},
     {{"file-version"},
      1,
      [](const ZelPlatformExportedInterface& dll, const Arguments& arguments, const char* logFile) {
@@ -103,7 +109,9 @@ const Command kCommands[] = {
      1,
      [](const ZelPlatformExportedInterface& dll, const Arguments& arguments, const char* logFile) {
          return Outcome{dll.SetATRMiddlewareDetection(arguments[0].c_str(), logFile), {}};
-     }},
+     },
+     0,
+     {"GEMSAFE", "PIVMINIDRIVER"}},
     {{"ia"},
      0,
      [](const ZelPlatformExportedInterface& dll, const Arguments&, const char* logFile) {
@@ -136,12 +144,21 @@ const Command kCommands[] = {
 
 } // namespace
 
-const LibraryCommand* FindLibraryCommand(const Arguments& words) {
+bool SameWord(const std::string& typed, const char* word) {
+    return std::equal(typed.begin(), typed.end(), word, word + std::strlen(word),
+                      [](char a, char b) {
+                          return std::toupper(static_cast<unsigned char>(a)) ==
+                                 std::toupper(static_cast<unsigned char>(b));
+                      });
+}
 
+const LibraryCommand* FindLibraryCommand(const Arguments& words) {
     for (const Command& candidate : kCommands) {
         const std::size_t count = candidate.words.size();
         if (words.size() == count + candidate.argumentCount &&
-            std::equal(candidate.words.begin(), candidate.words.end(), words.begin())) {
+            std::equal(
+                candidate.words.begin(), candidate.words.end(), words.begin(),
+                [](const char* word, const std::string& typed) { return SameWord(typed, word); })) {
             return &candidate;
         }
     }
@@ -153,10 +170,26 @@ int RunLibraryCommand(const LibraryCommand& command, const Arguments& words, con
     if (!dll.loaded()) {
         return tq::kLoadFailed;
     }
-    const Arguments arguments(words.begin() + static_cast<long>(command.words.size()), words.end());
+    Arguments arguments(words.begin() + static_cast<long>(command.words.size()), words.end());
+    if (!command.choices.empty()) {
+        // A word in any letter case; the library gets its own spelling.
+        const auto chosen =
+            std::find_if(command.choices.begin(), command.choices.end(),
+                         [&](const char* word) { return SameWord(arguments[0], word); });
+        if (chosen == command.choices.end()) {
+            std::string words;
+            for (const char* word : command.choices) {
+                words += words.empty() ? word : std::string(", ") + word;
+            }
+            std::fprintf(stderr, "zelplat: %s %s: '%s' is not one of the words %s\n",
+                         command.words[0], command.words[1], arguments[0].c_str(), words.c_str());
+            return tq::kInvalidArguments;
+        }
+        arguments[0] = *chosen;
+    }
     Outcome outcome;
     {
-        const LibraryLinesToStandardError libraryLines;
+        const LibraryConsole libraryLines;
         outcome = command.run(dll.api(), arguments, logFile);
     }
     std::fputs(outcome.answer.c_str(), stdout);

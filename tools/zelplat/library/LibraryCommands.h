@@ -8,7 +8,11 @@ using Arguments = std::vector<std::string>;
 
 struct LibraryCommand;
 
-// The command these words name, with its arguments counted; null when none does.
+// Whether typed is word, in any letter case.
+bool SameWord(const std::string& typed, const char* word);
+
+// The command these words name (in any letter case), with its arguments counted; null when none
+// does.
 const LibraryCommand* FindLibraryCommand(const Arguments& words);
 
 // Asks the library, prints the answer on standard output and explains a failure on standard

@@ -20,6 +20,24 @@ const char* stateName(KeyState state) {
     }
 }
 
+// Where Windows looks for a minidriver named without a folder: System32 for 64-bit programs,
+// SysWOW64 for 32-bit ones.
+std::string minidriverFolder(REGSAM view) {
+    char folder[MAX_PATH + 1] = {};
+    const UINT length = view == KEY_WOW64_32KEY ? ::GetSystemWow64DirectoryA(folder, sizeof folder)
+                                                : ::GetSystemDirectoryA(folder, sizeof folder);
+    return length > 0 && length <= MAX_PATH ? std::string(folder, length) + "\\" : std::string();
+}
+
+// An entry that can match a card claims it; one whose ATR starts with FF (how the library takes
+// the card from the GemSafe minidriver) can match none.
+const char* effectOf(KeyState state, const std::string& atrHex) {
+    if (state != KeyState::kPresent) {
+        return "absent";
+    }
+    return atrHex.rfind("FF", 0) == 0 ? "disabled" : "active";
+}
+
 // One JCOP 41 entry in one view, as the smart-card service would read it.
 ReportJson jcopEntry(const char* entry, const char* path, REGSAM view) {
     const KeyState state = ProbeKey(HKEY_LOCAL_MACHINE, path, view);
@@ -35,6 +53,18 @@ ReportJson jcopEntry(const char* entry, const char* path, REGSAM view) {
     answer["minidriver"] = ValueText(value("80000001"));
     answer["cryptoProvider"] = ValueText(value("Crypto Provider"));
     answer["keyStorageProvider"] = ValueText(value("Smart Card Key Storage Provider"));
+    answer["effect"] = effectOf(state, answer["atr"].get<std::string>());
+    const std::string minidriver = answer["minidriver"].get<std::string>();
+    if (minidriver.empty()) {
+        answer["minidriverPath"] = nullptr;
+        answer["minidriverInstalled"] = nullptr;
+    } else {
+        const bool bare = minidriver.find_first_of("\\/:") == std::string::npos;
+        const std::string file = bare ? minidriverFolder(view) + minidriver : minidriver;
+        answer["minidriverPath"] = file;
+        answer["minidriverInstalled"] =
+            ::GetFileAttributesA(file.c_str()) != INVALID_FILE_ATTRIBUTES;
+    }
     return answer;
 }
 
@@ -44,7 +74,8 @@ ReportJson EnrollmentSection(const PlatformDll& dll, const char* logFile) {
     const Outcome outcome = AskForText(dll.api(), [&](char** text, int* length) {
         return dll.api().GetEnrollmentMode(text, length, logFile);
     });
-    ReportJson section = ExportResult(outcome.result);
+    ReportJson section =
+        ExportResult(outcome.result, EnrollmentMeaning(outcome.result, outcome.answer));
     section["mode"] = outcome.answer;
     section["deniedKeys"] = DeniedKeys({{HKEY_CURRENT_USER, kTqEnrollmentKey, 0, false}});
     return section;
@@ -54,7 +85,7 @@ ReportJson AtrSection(const PlatformDll& dll, const char* logFile) {
     const Outcome outcome = AskForText(dll.api(), [&](char** text, int* length) {
         return dll.api().GetATRMiddlewareDetection(text, length, logFile);
     });
-    ReportJson section = ExportResult(outcome.result);
+    ReportJson section = ExportResult(outcome.result, AtrMeaning(outcome.result, outcome.answer));
     section["answer"] = outcome.answer;
     ReportJson entries = ReportJson::array();
     ReportJson denied = ReportJson::array();
@@ -68,6 +99,19 @@ ReportJson AtrSection(const PlatformDll& dll, const char* logFile) {
         }
     }
     section["entries"] = entries;
+    // Which minidriver takes the card in each view: an active entry's, or else the PIV minidriver.
+    ReportJson servedBy = ReportJson::object();
+    for (const char* view : {"64-bit", "32-bit"}) {
+        std::string minidriver = "PIV minidriver";
+        for (const ReportJson& entry : entries) {
+            if (entry["view"] == view && entry["effect"] == "active") {
+                minidriver = entry["minidriver"].get<std::string>();
+                break;
+            }
+        }
+        servedBy[view] = minidriver;
+    }
+    section["servedBy"] = servedBy;
     section["deniedKeys"] = denied;
     return section;
 }

@@ -18,10 +18,10 @@ const char* const kAgentNames[] = {"Vessant Identity Agent", "KVR Digital Identi
                                    "KVR Identity Agent", "KVR Halden Identity Agent"};
 
 template <typename Query>
-ReportJson documentSection(const PlatformDll& dll, Query query,
+ReportJson documentSection(const PlatformDll& dll, Query query, ResultMeaning (*meaning)(int),
                            const std::vector<SearchedKey>& keys) {
     const Outcome outcome = AskForText(dll.api(), query);
-    ReportJson section = ExportResult(outcome.result);
+    ReportJson section = ExportResult(outcome.result, meaning(outcome.result));
     EmbedDocument(section, outcome.answer);
     section["deniedKeys"] = DeniedKeys(keys);
     return section;
@@ -71,7 +71,7 @@ ReportJson MiddlewareSection(const PlatformDll& dll, const char* logFile) {
         [&](char** text, int* length) {
             return dll.api().SupportedMiddlewareDetection(text, length, logFile);
         },
-        keys);
+        MiddlewareMeaning, keys);
 }
 
 ReportJson OberthurSection(const PlatformDll& dll, const char* logFile) {
@@ -80,7 +80,7 @@ ReportJson OberthurSection(const PlatformDll& dll, const char* logFile) {
         [&](char** text, int* length) {
             return dll.api().OberthurMiddlewareDetection(text, length, logFile);
         },
-        uninstallKeys());
+        OberthurMeaning, uninstallKeys());
 }
 
 ReportJson IdentityAgentSection(const PlatformDll& dll, const char* logFile) {
@@ -89,6 +89,7 @@ ReportJson IdentityAgentSection(const PlatformDll& dll, const char* logFile) {
                         [&](char** text, int* length) {
                             return dll.api().DetectIdentityAgent(text, length, logFile);
                         },
+                        IdentityAgentMeaning,
                         {{HKEY_LOCAL_MACHINE, kUninstallKey, KEY_WOW64_32KEY, true},
                          {HKEY_CURRENT_USER, kTqIAUserKey, 0, false},
                          {HKEY_LOCAL_MACHINE, kTqIAMachineKey32, KEY_WOW64_64KEY, false},

@@ -58,7 +58,8 @@ ReportJson askFileVersion(const PlatformDll& dll, const std::string& path, const
     const Outcome outcome = AskForText(dll.api(), [&](char** text, int* length) {
         return dll.api().GetFileVersion(path.c_str(), text, length, logFile);
     });
-    ReportJson answer = ExportResult(outcome.result);
+    ReportJson answer =
+        ExportResult(outcome.result, FileVersionMeaning(outcome.result, outcome.answer));
     answer["path"] = path;
     answer["majorVersion"] = outcome.answer;
     answer["fileVersion"] = readVersionResource(path).fileVersion;
@@ -108,8 +109,86 @@ std::vector<Module> agentExecutable() {
 
 } // namespace
 
-ReportJson ExportResult(int result) {
-    return ReportJson{{"result", result}, {"resultText", TqGetCommonResultText(result)}};
+ReportJson ExportResult(int result, const ResultMeaning& meaning) {
+    return ReportJson{
+        {"result", result},
+        {"outcome", meaning.outcome},
+        {"outcomeText", meaning.text},
+        {"resultText", meaning.failed ? ReportJson(TqGetCommonResultText(result)) : ReportJson()}};
+}
+
+ResultMeaning FileVersionMeaning(int result, const std::string& majorVersion) {
+    if (result == 0) {
+        return {"read", "Major file version " + majorVersion + "."};
+    }
+    if (result == tq::kNotFound) {
+        return {"not found", "There is no such file.", true};
+    }
+    return {"failed", "The file's version could not be read.", true};
+}
+
+ResultMeaning EnrollmentMeaning(int result, const std::string& mode) {
+    switch (result) {
+    case 0:
+        return {"set", "The PIV minidriver presents the " + mode + " applet."};
+    case tq::kNotFound:
+        return {"not set", "No applet is set: the PIV minidriver's key is missing."};
+    case tq::kInternalError:
+        return {"not set", "No applet is set: the PIV minidriver's key has no "
+                           "EnableKVREnrollment value."};
+    default:
+        return {"failed", "The applet could not be read.", true};
+    }
+}
+
+ResultMeaning AtrMeaning(int result, const std::string& answer) {
+    switch (result) {
+    case 0:
+        return {"answered", "The JCOP 41 card entries give the card to " + answer + "."};
+    case 19:
+        return {"entry missing", "A JCOP 41 card entry is missing.", true};
+    case 21:
+        return {"entry unreadable", "A JCOP 41 card entry's ATR cannot be read.", true};
+    case 32:
+        return {"entries disagree", "The two JCOP 41 card entries name different minidrivers.",
+                true};
+    case tq::kNotFound:
+        return {"unknown ATR", "A JCOP 41 card entry's ATR names neither minidriver.", true};
+    default:
+        return {"failed", "The JCOP 41 card entries could not be read.", true};
+    }
+}
+
+ResultMeaning MiddlewareMeaning(int result) {
+    if (result == 0) {
+        return {"read", "The supported-middleware document lists what is installed."};
+    }
+    return {"failed", "The supported middleware could not be detected.", true};
+}
+
+ResultMeaning OberthurMeaning(int result) {
+    switch (result) {
+    case 1:
+        return {"detected", "The OT middleware is installed."};
+    case 0:
+        return {"not detected", "The OT middleware is not installed."};
+    default:
+        return {"failed", "The installed programs could not be searched.", true};
+    }
+}
+
+ResultMeaning IdentityAgentMeaning(int result) {
+    switch (result) {
+    case 1:
+        return {"found", "An Identity Agent is installed and running."};
+    case 0:
+        return {"not found", "No Identity Agent is running."};
+    default:
+        return {"failed",
+                result < 0 ? "Neither Identity Agent could be looked for."
+                           : "The Identity Agent document could not be made.",
+                true};
+    }
 }
 
 void EmbedDocument(ReportJson& section, const std::string& text) {
@@ -146,7 +225,10 @@ ReportJson FileVersionsSection(const PlatformDll& dll, const char* logFile) {
         answer["module"] = module.name;
         answers.push_back(answer);
     }
-    ReportJson section = ExportResult(firstFailure);
+    ReportJson section = ExportResult(
+        firstFailure, firstFailure == 0
+                          ? ResultMeaning{"read", "Every module's version was read."}
+                          : ResultMeaning{"failed", "A module's version could not be read.", true});
     section["modules"] = answers;
     return section;
 }

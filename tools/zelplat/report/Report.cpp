@@ -2,16 +2,33 @@
 
 #include "report/ReportSections.h"
 
+#include <utility>
+
+namespace {
+
+using Section = ReportJson (*)(const PlatformDll& dll, const char* logFile);
+
+// A section with the lines the library wrote while it was made.
+ReportJson capturedSection(Section make, const PlatformDll& dll, const char* logFile) {
+    LibraryConsole console;
+    ReportJson section = make(dll, logFile);
+    section["diagnostics"] = console.lines();
+    return section;
+}
+
+} // namespace
+
 ReportJson BuildReport(const PlatformDll& dll, const char* logFile) {
-    const LibraryLinesToStandardError libraryLines;
     ReportJson report = ReportJson::object();
-    report["library"] = LibrarySection(dll, logFile);
-    report["fileVersions"] = FileVersionsSection(dll, logFile);
-    report["enrollment"] = EnrollmentSection(dll, logFile);
-    report["atr"] = AtrSection(dll, logFile);
-    report["middleware"] = MiddlewareSection(dll, logFile);
-    report["oberthur"] = OberthurSection(dll, logFile);
-    report["identityAgent"] = IdentityAgentSection(dll, logFile);
+    for (const auto& [name, make] : {std::pair<const char*, Section>{"library", LibrarySection},
+                                     {"fileVersions", FileVersionsSection},
+                                     {"enrollment", EnrollmentSection},
+                                     {"atr", AtrSection},
+                                     {"middleware", MiddlewareSection},
+                                     {"oberthur", OberthurSection},
+                                     {"identityAgent", IdentityAgentSection}}) {
+        report[name] = capturedSection(make, dll, logFile);
+    }
     return report;
 }
 

@@ -5,8 +5,24 @@
 
 #include "report/Report.h"
 
-// {"result": code, "resultText": "(0x...) text."}: how an export answered.
-ReportJson ExportResult(int result);
+// What an export's result means in that export's own terms.
+struct ResultMeaning {
+    const char* outcome; // "detected", "not detected", "failed", ...
+    std::string text;    // one sentence for support staff
+    bool failed = false; // the export failed: the common text of the code goes beside
+};
+
+// {"result", "outcome", "outcomeText", "resultText"}: how an export answered. resultText is the
+// common text of a failed export's code ("(0x00000004) Internal error."), null otherwise.
+ReportJson ExportResult(int result, const ResultMeaning& meaning);
+
+// The meaning of each export's result, as the sections and the doctor read it.
+ResultMeaning FileVersionMeaning(int result, const std::string& majorVersion);
+ResultMeaning EnrollmentMeaning(int result, const std::string& mode);
+ResultMeaning AtrMeaning(int result, const std::string& answer);
+ResultMeaning MiddlewareMeaning(int result);
+ResultMeaning OberthurMeaning(int result);
+ResultMeaning IdentityAgentMeaning(int result);
 
 // The library's own text document parsed into the section as "document"; a text that does not
 // parse goes in as "unparsedText" beside a null document.
