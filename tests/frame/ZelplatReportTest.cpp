@@ -96,6 +96,27 @@ protected:
     zeltest::Workstation workstation;
 };
 
+// Registry text is in the system code page; the report is UTF-8 all the same.
+TEST_F(ZelplatReport, RegistryTextInTheSystemCodePageIsUtf8InTheReport) {
+    setAtr("PIVMINIDRIVER");
+    const std::string stored = "Gem\xE9Safe\xA0MD.dll"; // not UTF-8
+    zeltest::WriteValue(HKEY_LOCAL_MACHINE, kTqJcopContactKey, "80000001", REG_SZ,
+                        std::vector<BYTE>(stored.begin(), stored.end() + 1), KEY_WOW64_64KEY);
+    wchar_t wide[64] = {};
+    const int wideLength =
+        ::MultiByteToWideChar(CP_ACP, 0, stored.data(), static_cast<int>(stored.size()), wide, 64);
+    char utf8[128] = {};
+    const int utf8Length =
+        ::WideCharToMultiByte(CP_UTF8, 0, wide, wideLength, utf8, sizeof utf8, nullptr, nullptr);
+    const auto run = zelplat("report --json");
+    EXPECT_EQ(0u, run.exitCode);
+    const json document = json::parse(run.out, nullptr, false); // refuses text that is not UTF-8
+    ASSERT_TRUE(document.is_object());
+    EXPECT_EQ(json(std::string(utf8, static_cast<std::size_t>(utf8Length))),
+              document["atr"]["entries"][0]["minidriver"]);
+    EXPECT_EQ(std::string::npos, run.out.find("\xEF\xBF\xBD")) << "nothing replaced";
+}
+
 TEST_F(ZelplatReport, JsonIsOneObjectWithTheSevenSectionsEachWithItsResult) {
     const json document = report();
     std::vector<std::string> keys;

@@ -1,5 +1,7 @@
 #include "common/RegistryFacts.h"
 
+#include <algorithm>
+
 #include "base/TqUniqueResource.h"
 
 namespace {
@@ -104,6 +106,23 @@ std::string ValueText(const RegistryValue& value) {
     std::string text(value.data.begin(), value.data.end());
     const std::size_t end = text.find('\0');
     return end == std::string::npos ? text : text.substr(0, end);
+}
+
+std::string Utf8FromSystemCodePage(const std::string& text) {
+    if (std::all_of(text.begin(), text.end(),
+                    [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+        return text;
+    }
+    const int length = static_cast<int>(text.size());
+    const int wideLength = ::MultiByteToWideChar(CP_ACP, 0, text.data(), length, nullptr, 0);
+    std::wstring wide(static_cast<std::size_t>(wideLength), L'\0');
+    ::MultiByteToWideChar(CP_ACP, 0, text.data(), length, wide.data(), wideLength);
+    const int utf8Length =
+        ::WideCharToMultiByte(CP_UTF8, 0, wide.data(), wideLength, nullptr, 0, nullptr, nullptr);
+    std::string utf8(static_cast<std::size_t>(utf8Length), '\0');
+    ::WideCharToMultiByte(CP_UTF8, 0, wide.data(), wideLength, utf8.data(), utf8Length, nullptr,
+                          nullptr);
+    return utf8;
 }
 
 std::string HexText(const std::vector<BYTE>& bytes) {

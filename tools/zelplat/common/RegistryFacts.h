@@ -40,5 +40,9 @@ std::vector<std::string> SubkeyNames(HKEY root, const std::string& path, REGSAM 
 // A string value's text up to its first NUL (registry text may lack the terminator).
 std::string ValueText(const RegistryValue& value);
 
+// Text of the workstation (registry data, the library's lines and documents, which are in the
+// system code page) as UTF-8, for the report. ASCII stays as it is.
+std::string Utf8FromSystemCodePage(const std::string& text);
+
 // "3BF91800": upper-case hexadecimal, two digits a byte.
 std::string HexText(const std::vector<BYTE>& bytes);

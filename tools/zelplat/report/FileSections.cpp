@@ -191,7 +191,9 @@ ResultMeaning IdentityAgentMeaning(int result) {
     }
 }
 
-void EmbedDocument(ReportJson& section, const std::string& text) {
+void EmbedDocument(ReportJson& section, const std::string& libraryText) {
+    // The library's document stays as it came; the report holds it as UTF-8.
+    const std::string text = Utf8FromSystemCodePage(libraryText);
     ReportJson document = ReportJson::parse(text, nullptr, false);
     if (document.is_discarded()) {
         section["document"] = nullptr;
