@@ -364,6 +364,28 @@ TEST_F(ZelplatReport, RuleSpringCheckRecordMismatch) {
     EXPECT_EQ(Rules{}, doctorRules(0));
 }
 
+TEST_F(ZelplatReport, RuleSpringCheckRestartPending) {
+    installVessant();
+    {
+        zeltest::AgentStandIn agent(kTqKVRAgentExecutable);
+        ASSERT_TRUE(agent.running());
+        ASSERT_EQ(0u, zelplat("ia spring-check off").exitCode);
+        json findings;
+        EXPECT_EQ(Rules{"spring-check-restart-pending"}, doctorRules(1, &findings));
+        EXPECT_EQ("warning", findings["findings"][0]["severity"]);
+        EXPECT_EQ((json{{"identityAgent.document.ia.name", "KVR"},
+                        {"identityAgent.document.springCheck.status", "off"},
+                        {"identityAgent.document.os.hasRebooted", "pending"}}),
+                  findings["findings"][0]["facts"]);
+        EXPECT_EQ("restart the Identity Agent (or sign out and in again)",
+                  findings["findings"][0]["fix"]);
+    }
+    // Another agent process: it started with the switch in force.
+    zeltest::AgentStandIn restarted(kTqKVRAgentExecutable);
+    ASSERT_TRUE(restarted.running());
+    EXPECT_EQ(Rules{}, doctorRules(0));
+}
+
 TEST_F(ZelplatReport, RuleRegistryAccessDenied) {
     workstation.install(kInstalledAwp);
     setApplet();

@@ -130,6 +130,7 @@ std::vector<Finding> DiagnoseReport(const ReportJson& report) {
     PivAppletUnused(report, findings);
     agentNotRunning(report, findings);
     SpringCheckRecordMismatch(report, findings);
+    SpringCheckRestartPending(report, findings);
     RegistryAccessDenied(report, findings);
     return findings;
 }

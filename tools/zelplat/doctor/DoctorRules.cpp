@@ -90,6 +90,25 @@ void PivAppletUnused(const ReportJson& report, std::vector<Finding>& findings) {
          "zelplat atr set PIVMINIDRIVER, if the PIV minidriver is to serve the card"});
 }
 
+// The agent reads its spring check when it starts: a switch made while this agent process runs
+// (the stored ZelCheck names it) is not in force yet.
+void SpringCheckRestartPending(const ReportJson& report, std::vector<Finding>& findings) {
+    const std::string restarted = ReportTextAt(report, "/identityAgent/document/os/hasRebooted");
+    if (restarted != "pending") {
+        return;
+    }
+    findings.push_back(
+        {"spring-check-restart-pending", "warning",
+         "The spring check was switched, but the Identity Agent has not restarted since: the "
+         "agent still runs with the setting it started with.",
+         ReportJson{{"identityAgent.document.ia.name",
+                     ReportTextAt(report, "/identityAgent/document/ia/name")},
+                    {"identityAgent.document.springCheck.status",
+                     ReportTextAt(report, "/identityAgent/document/springCheck/status")},
+                    {"identityAgent.document.os.hasRebooted", restarted}},
+         "restart the Identity Agent (or sign out and in again)"});
+}
+
 void RegistryAccessDenied(const ReportJson& report, std::vector<Finding>& findings) {
     ReportJson denied = ReportJson::array();
     for (auto section = report.begin(); section != report.end(); ++section) {

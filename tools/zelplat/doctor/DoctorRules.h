@@ -8,3 +8,4 @@ void SpringCheckRecordMismatch(const ReportJson& report, std::vector<Finding>& f
 void RegistryAccessDenied(const ReportJson& report, std::vector<Finding>& findings);
 void MinidriverFileMissing(const ReportJson& report, std::vector<Finding>& findings);
 void PivAppletUnused(const ReportJson& report, std::vector<Finding>& findings);
+void SpringCheckRestartPending(const ReportJson& report, std::vector<Finding>& findings);
