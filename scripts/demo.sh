@@ -69,19 +69,22 @@ zelplat() {
 
 zelplat report --table
 zelplat doctor
+zelplat doctor --fix --dry-run
 zelplat card --help
 zelplat enrollment get
 zelplat enrollment set AGILE
 zelplat enrollment get
 zelplat enrollment set agile
+zelplat enrollment set sideways
 zelplat file-version 'C:\windows\system32\kernel32.dll'
 zelplat file-version 'Z:'"${bin//\//\\}"'\ZelPlatformMethods64.dll'
 zelplat middleware --table
 zelplat middleware
 zelplat oberthur
-zelplat atr set PIVMINIDRIVER
+zelplat doctor --fix --yes
 zelplat atr get
 zelplat ia
+zelplat --verbose ia --table
 zelplat ia spring-check off
 zelplat ia --table
 zelplat ia spring-check default

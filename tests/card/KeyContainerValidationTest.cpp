@@ -164,31 +164,32 @@ TEST_F(ContainerEnumeration, NullContainerNameStopsTheCheck) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST_F(ContainerEnumeration, FirstNameThatCannotBeFetchedEndsTheListWithTheSystemText) {
-    CardState state = twoAppletCard();
-    state.failures = {{"CPGetProvParam.first", static_cast<unsigned long>(NTE_BAD_UID)}};
-    zeltest::VirtualCard card(state);
-    const std::string text = systemText(static_cast<DWORD>(NTE_BAD_UID));
-    EXPECT_EQ(static_cast<std::uint32_t>(NTE_BAD_UID), enumerate(zeltest::kKitReader));
-    EXPECT_EQ(
-        noteOnly(text) +
-            "TqEnumSmartCardKeyContainers : CryptGetProvParam Failed Error Code 0x80090001 - " +
-            textOnly(text) + "\n",
-        err);
+// A name that cannot be fetched for another reason than the end of the list: the system's text
+// on standard error, and the records gathered so far.
+class FailedNameFetch : public ContainerEnumeration {
+protected:
+    void fetchFailing(const char* call, zeltest::CallSite caller = zeltest::CallSite::current()) {
+        const zeltest::CallerTrace trace(caller);
+        CardState state = twoAppletCard();
+        state.failures = {{call, static_cast<unsigned long>(NTE_BAD_UID)}};
+        zeltest::VirtualCard card(state);
+        const std::string text = systemText(static_cast<DWORD>(NTE_BAD_UID));
+        EXPECT_EQ(static_cast<std::uint32_t>(NTE_BAD_UID), enumerate(zeltest::kKitReader));
+        EXPECT_EQ(
+            noteOnly(text) +
+                "TqEnumSmartCardKeyContainers : CryptGetProvParam Failed Error Code 0x80090001 - " +
+                textOnly(text) + "\n",
+            err);
+    }
+};
+
+TEST_F(FailedNameFetch, FirstNameEndsTheListWithTheSystemText) {
+    fetchFailing("CPGetProvParam.first");
     EXPECT_TRUE(context.containers.empty());
 }
 
-TEST_F(ContainerEnumeration, NextNameThatCannotBeFetchedKeepsTheRecordsSoFar) {
-    CardState state = twoAppletCard();
-    state.failures = {{"CPGetProvParam.next", static_cast<unsigned long>(NTE_BAD_UID)}};
-    zeltest::VirtualCard card(state);
-    const std::string text = systemText(static_cast<DWORD>(NTE_BAD_UID));
-    EXPECT_EQ(static_cast<std::uint32_t>(NTE_BAD_UID), enumerate(zeltest::kKitReader));
-    EXPECT_EQ(
-        noteOnly(text) +
-            "TqEnumSmartCardKeyContainers : CryptGetProvParam Failed Error Code 0x80090001 - " +
-            textOnly(text) + "\n",
-        err);
+TEST_F(FailedNameFetch, NextNameKeepsTheRecordsSoFar) {
+    fetchFailing("CPGetProvParam.next");
     ASSERT_EQ(1u, context.containers.size());
     EXPECT_EQ("ORBEN_CCCA agile", context.containers[0].name);
 }

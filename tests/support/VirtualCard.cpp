@@ -96,11 +96,19 @@ void UnregisterKitMinidriver() {
     DeleteKeyTree(HKEY_LOCAL_MACHINE, CalaisCardKey(kKitCardName));
 }
 
+namespace {
+
+// A CSP as an installation registers it: its DLL and the provider type (PROV_RSA_FULL).
+void registerCsp(const char* name, const char* file) {
+    WriteString(HKEY_LOCAL_MACHINE, CspProviderKey(name), "Image Path", BuiltFile(file));
+    WriteDword(HKEY_LOCAL_MACHINE, CspProviderKey(name), "Type", 1);
+}
+
+} // namespace
+
 void RegisterKitCsp(CallSite caller) {
     const CallerTrace trace(caller);
-    WriteString(HKEY_LOCAL_MACHINE, CspProviderKey(kBaseCspName), "Image Path",
-                BuiltFile("kit_csp.dll"));
-    WriteDword(HKEY_LOCAL_MACHINE, CspProviderKey(kBaseCspName), "Type", 1);
+    registerCsp(kBaseCspName, "kit_csp.dll");
 }
 
 void UnregisterKitCsp() {
@@ -110,9 +118,7 @@ void UnregisterKitCsp() {
 
 void RegisterKitOtherCsp(CallSite caller) {
     const CallerTrace trace(caller);
-    WriteString(HKEY_LOCAL_MACHINE, CspProviderKey(kOtherCspName), "Image Path",
-                BuiltFile("kit_csp_other.dll"));
-    WriteDword(HKEY_LOCAL_MACHINE, CspProviderKey(kOtherCspName), "Type", 1);
+    registerCsp(kOtherCspName, "kit_csp_other.dll");
 }
 
 std::vector<std::string> TakeKitViolations(CallSite caller) {
