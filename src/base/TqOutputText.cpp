@@ -6,15 +6,12 @@
 #include <cstring>
 #include <new>
 
-TqClientAllocator gTqClientAllocateHook = nullptr;
-
 void TqHandOutText(std::string_view text, char** textOut, int* lengthOut) {
     if (text.empty() || textOut == nullptr || lengthOut == nullptr) {
         return;
     }
     const std::size_t size = text.size() + 1;
-    char* buffer = static_cast<char*>(gTqClientAllocateHook != nullptr ? gTqClientAllocateHook(size)
-                                                                       : std::calloc(size, 1));
+    char* buffer = static_cast<char*>(TqAllocateClientBuffer(size));
     if (buffer == nullptr) {
         throw std::bad_alloc();
     }

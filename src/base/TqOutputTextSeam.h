@@ -1,9 +1,10 @@
-// A seam in front of the allocation of text handed to the client. The tests set it to make the
-// allocation fail on purpose; the library never does. Not part of the library's interface.
+// The allocation of text handed to the client, alone in TqClientAllocation.cpp: a test program
+// links a definition of its own in its place to make the allocation fail on purpose. The shipped
+// DLL holds only the library's definition, so there is no pointer to redirect at run time. Not
+// part of the library's interface.
 #pragma once
 
 #include <cstddef>
 
-// Called instead of calloc(count, 1) for the client's buffer while it is non-null.
-using TqClientAllocator = void* (*)(std::size_t count);
-extern TqClientAllocator gTqClientAllocateHook;
+// calloc(size, 1) in the library.
+void* TqAllocateClientBuffer(std::size_t size) noexcept;

@@ -1,11 +1,11 @@
-// A seam in front of the token read of TqGetProcessSIDInfo. The tests set it to make one of the
-// two calls fail, which no real token does between them; the library never sets it. Not part of
-// the library's interface.
+// The token read of TqGetProcessSIDInfo, alone in TqTokenRead.cpp: a test program links a
+// definition of its own in its place to make one of the two calls fail, which no real token does
+// between them. The shipped DLL holds only the library's definition. Not part of the library's
+// interface.
 #pragma once
 
 #include <windows.h>
 
-// Called instead of GetTokenInformation while it is non-null.
-using TqTokenInformationReader = BOOL (*)(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffer,
-                                          DWORD size, DWORD* needed);
-extern TqTokenInformationReader gTqTokenReadHook;
+// GetTokenInformation in the library.
+BOOL TqGetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffer, DWORD size,
+                           DWORD* needed) noexcept;

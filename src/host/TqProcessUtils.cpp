@@ -19,8 +19,6 @@
 #include <utility>
 #include <vector>
 
-TqTokenInformationReader gTqTokenReadHook = nullptr;
-
 namespace {
 
 constexpr const char* kSIDInfoName = "TqGetProcessSIDInfo";
@@ -89,10 +87,7 @@ std::string lookupFailure(const char* call, int step, DWORD code) {
 }
 
 BOOL getTokenUser(HANDLE token, void* buffer, DWORD size, DWORD* needed) {
-    if (gTqTokenReadHook != nullptr) {
-        return gTqTokenReadHook(token, TokenUser, buffer, size, needed);
-    }
-    return ::GetTokenInformation(token, TokenUser, buffer, size, needed);
+    return TqGetTokenInformation(token, TokenUser, buffer, size, needed);
 }
 
 std::vector<BYTE> readTokenUser(HANDLE token) {

@@ -1,7 +1,6 @@
 #include "TqRegistrySnapshot.h"
 #include "TqRegistrySnapshotSeam.h"
 
-#include <atomic>
 #include <cstring>
 #include <string_view>
 #include <unordered_map>
@@ -20,8 +19,6 @@ const TqKeptValueNames kCoveredValues = {
     "DisplayName", "DisplayVersion",   "Publisher",   "VersionMajor",     "VersionMinor",
     "HardwareIds", "DriverPackageIds", "InstallDate", "FirstInstallDate",
 };
-
-std::atomic<bool> snapshotsAllowed{true};
 
 char lowerAscii(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -66,12 +63,8 @@ struct TqRegistrySnapshot {
     std::unordered_map<std::string, TqRegistryKeyRead> keys;
 };
 
-void TqAllowRegistrySnapshots(bool allowed) noexcept {
-    snapshotsAllowed = allowed;
-}
-
 TqRegistrySnapshotScope::TqRegistrySnapshotScope() {
-    if (threadSnapshot == nullptr && snapshotsAllowed) {
+    if (threadSnapshot == nullptr && TqRegistrySnapshotsAllowed()) {
         snapshot_ = std::make_unique<TqRegistrySnapshot>();
         threadSnapshot = snapshot_.get();
     }

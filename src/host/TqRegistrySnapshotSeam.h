@@ -1,5 +1,6 @@
-// Test seam: whether a snapshot scope may open at all. With snapshots disallowed every search
-// reads the registry afresh, which is how the tests compare the two. Allowed by default.
+// Whether a snapshot scope may open at all, alone in TqRegistrySnapshotPolicy.cpp: the library
+// always allows it; a test program links a definition of its own in its place to compare searches
+// with and without snapshots. Not part of the library's interface.
 #pragma once
 
-void TqAllowRegistrySnapshots(bool allowed) noexcept;
+bool TqRegistrySnapshotsAllowed() noexcept;

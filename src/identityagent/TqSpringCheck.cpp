@@ -17,8 +17,6 @@
 #include <string>
 #include <string_view>
 
-TqZelCheckWriter gTqZelCheckWriteHook = nullptr;
-
 namespace {
 
 constexpr const char* kDetectName = "TqDetectKVRIdentityAgentSpringCheck";
@@ -90,13 +88,6 @@ void createUserKey(TqUniqueRegKey& key) {
     if (status != ERROR_SUCCESS) {
         failRegistryCall("RegCreateKeyEx failed to create registry key.", status);
     }
-}
-
-LSTATUS writeZelCheck(HKEY key, const BYTE* data, DWORD size) {
-    if (gTqZelCheckWriteHook != nullptr) {
-        return gTqZelCheckWriteHook(key, data, size);
-    }
-    return ::RegSetValueExA(key, kTqZelCheckValue, 0, REG_BINARY, data, size);
 }
 
 // The first hit's data as text: up to its first NUL, upper-cased.
@@ -289,7 +280,7 @@ int TqSetZelKVRIAInformation(const processRecord* in) {
             unsigned char record[kTqZelCheckSize];
             std::memcpy(record, in, kTqZelCheckSize);
             scrambleZelCheck(record);
-            const LSTATUS status = writeZelCheck(key.get(), record, sizeof record);
+            const LSTATUS status = TqWriteZelCheck(key.get(), record, sizeof record);
             if (status != ERROR_SUCCESS) {
                 failRegistryCall("RegSetValueEx Failed", status);
             }

@@ -1,9 +1,9 @@
-// A seam in front of the one registry write whose failure the switch-off must undo. The tests
-// set it to make that write fail; the library never does. Not part of the library's interface.
+// The one registry write whose failure the switch-off must undo, alone in TqZelCheckWrite.cpp: a
+// test program links a definition of its own in its place to make that write fail. The shipped
+// DLL holds only the library's definition. Not part of the library's interface.
 #pragma once
 
 #include <windows.h>
 
-// Called instead of RegSetValueExA for the ZelCheck value while it is non-null.
-using TqZelCheckWriter = LSTATUS (*)(HKEY key, const BYTE* data, DWORD size);
-extern TqZelCheckWriter gTqZelCheckWriteHook;
+// RegSetValueExA of the ZelCheck value (REG_BINARY) in the library.
+LSTATUS TqWriteZelCheck(HKEY key, const BYTE* data, DWORD size) noexcept;

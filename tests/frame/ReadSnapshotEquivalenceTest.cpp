@@ -5,7 +5,7 @@
 // document, standard output, standard error and log lines must be the same, byte for byte.
 #include "api/TqZelDLLPlatform.h"
 #include "base/TqUniqueResource.h"
-#include "host/TqRegistrySnapshotSeam.h"
+#include "support/Seams.h"
 #include "identityagent/TqIdentityAgent.h"
 #include "identityagent/TqSpringCheck.h"
 #include "support/CapturedStreams.h"

@@ -6,7 +6,7 @@
 // belongs to another user. The prefix has one user only, so every process a test can start
 // runs under the same SID. The closest real case is covered instead: a process of the same
 // name whose token the caller may not read is skipped when sameUserOnly is set.
-#include "host/TqProcessSeam.h"
+#include "support/Seams.h"
 #include "host/TqProcessUtils.h"
 #include "support/CapturedStreams.h"
 #include "support/KitProcesses.h"

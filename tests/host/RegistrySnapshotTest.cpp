@@ -4,7 +4,7 @@
 #include "host/TqRegistryKeyRead.h"
 #include "host/TqRegistrySearch.h"
 #include "host/TqRegistrySnapshot.h"
-#include "host/TqRegistrySnapshotSeam.h"
+#include "support/Seams.h"
 #include "support/CapturedStreams.h"
 #include "support/TestSupport.h"
 #include "support/Workstation.h"

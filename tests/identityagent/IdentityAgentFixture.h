@@ -4,7 +4,7 @@
 #pragma once
 
 #include "identityagent/TqSpringCheck.h"
-#include "identityagent/TqSpringCheckSeam.h"
+#include "support/Seams.h"
 #include "support/CallerTrace.h"
 #include "support/TestSupport.h"
 

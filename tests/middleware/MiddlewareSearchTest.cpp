@@ -1,7 +1,7 @@
 // The installed-program search and its records, against Uninstall entries in the prefix.
 #include "middleware/TqMiddlewareSearch.h"
 
-#include "base/TqOutputTextSeam.h"
+#include "support/Seams.h"
 
 #include "support/CapturedStreams.h"
 #include "support/TestSupport.h"

@@ -2,7 +2,7 @@
 #include "middleware/TqSupportedMiddleware.h"
 
 #include "logging/ZelLogger.h"
-#include "base/TqOutputTextSeam.h"
+#include "support/Seams.h"
 
 #include "support/CapturedStreams.h"
 #include "support/TestSupport.h"

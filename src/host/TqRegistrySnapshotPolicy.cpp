@@ -1,0 +1,5 @@
+#include "TqRegistrySnapshotSeam.h"
+
+bool TqRegistrySnapshotsAllowed() noexcept {
+    return true;
+}
