@@ -5,6 +5,7 @@
 #include "logging/ZelLogger.h"
 #include "base/TqErrorText.h"
 #include "logging/TqWorkerFailure.h"
+#include "host/TqModuleLoad.h"
 
 #include <cstring>
 #include <string>
@@ -55,27 +56,6 @@ DWORD WINAPI cspCacheLookupFile(PVOID, LPWSTR, DWORD, PBYTE*, PDWORD) {
 }
 DWORD WINAPI cspCacheDeleteFile(PVOID, LPWSTR, DWORD) {
     return 0;
-}
-
-bool isFullPath(const char* name) {
-    const bool drive = ((name[0] >= 'A' && name[0] <= 'Z') || (name[0] >= 'a' && name[0] <= 'z')) &&
-                       name[1] == ':' && (name[2] == '\\' || name[2] == '/');
-    const bool share = name[0] == '\\' && name[1] == '\\';
-    return drive || share;
-}
-
-// A bare file name is looked for in the system folder only, never along the default search
-// order (which starts with the host's own folder); a full path is loaded as it stands. Anything
-// in between names no definite file and is refused.
-HMODULE loadMinidriver(const char* name) {
-    if (std::strpbrk(name, "\\/:") == nullptr) {
-        return ::LoadLibraryExA(name, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-    }
-    if (isFullPath(name)) {
-        return ::LoadLibraryExA(name, nullptr, 0);
-    }
-    ::SetLastError(ERROR_BAD_PATHNAME);
-    return nullptr;
 }
 
 TqUniqueHeapMemory heapCopy(const void* data, SIZE_T size, int& result) {
@@ -149,7 +129,7 @@ void connectCard(SCARDCONTEXT context, const char* readerName, ConnectedCard& co
 }
 
 TqUniqueModule loadRegisteredMinidriver(const std::string& minidriverName, int& result) {
-    TqUniqueModule minidriver(loadMinidriver(minidriverName.c_str()));
+    TqUniqueModule minidriver(TqLoadNamedModule(minidriverName.c_str()));
     if (!minidriver) {
         const DWORD error = ::GetLastError();
         result = static_cast<int>(error);

@@ -1,6 +1,7 @@
 #include "TqPKCS11Environment.h"
 
 #include "base/TqFailureGuard.h"
+#include "host/TqModuleLoad.h"
 
 #include <memory>
 #include <new>
@@ -35,7 +36,7 @@ CK_RV TqLoadPKCS11Module(const char* path) noexcept {
     if (named != CKR_OK) {
         return named;
     }
-    module->library.reset(::LoadLibraryA(path));
+    module->library.reset(TqLoadNamedModule(path));
     if (!module->library) {
         return kCkrBadP11Cont;
     }

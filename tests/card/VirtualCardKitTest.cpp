@@ -63,10 +63,15 @@ protected:
     zeltest::VirtualCard card{zeltest::Relaxed(zeltest::OberthurCardState())};
 };
 
-TEST_F(KitWinscard, IsTheKitsDllFromTheProgramFolderNotWines) {
+// From System32, where Windows keeps the real one: no program folder holds a winscard.dll.
+TEST_F(KitWinscard, IsTheKitsDllFromTheSystemFolderNotWines) {
     const HMODULE module = ::GetModuleHandleA("winscard.dll");
     ASSERT_NE(nullptr, module);
-    EXPECT_EQ(lower(zeltest::BuiltFile("winscard.dll")), lower(moduleFile(module)));
+    char folder[MAX_PATH + 1] = {};
+    const UINT length = ::GetSystemDirectoryA(folder, sizeof folder);
+    EXPECT_EQ(lower(std::string(folder, length) + "\\winscard.dll"), lower(moduleFile(module)));
+    EXPECT_EQ(INVALID_FILE_ATTRIBUTES,
+              ::GetFileAttributesA(zeltest::BuiltFile("winscard.dll").c_str()));
     EXPECT_NE(nullptr, ::GetProcAddress(module, "ZelKitWinscardMarker"));
 }
 

@@ -1,5 +1,5 @@
 // zelplat card as support staff run it: a separate process against the kit's smart-card
-// service (its winscard.dll beside zelplat.exe, by override), minidriver and CSP.
+// service (its winscard.dll in the prefix's System32, by override), minidriver and CSP.
 #include "card/TqEnrollmentMode.h"
 
 #include "support/TestSupport.h"

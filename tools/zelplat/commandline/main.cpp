@@ -7,6 +7,8 @@
 #include "common/PlatformDll.h"
 #include "ZelVersion.h"
 
+#include <windows.h>
+
 #include <cstdio>
 #include <string>
 
@@ -60,6 +62,10 @@ int run(const Arguments& words, const char* logFile) {
 } // namespace
 
 int main(int argc, char** argv) {
+    // Before anything can load a DLL: System32 only, never the folder zelplat runs from (a
+    // downloads folder or a share where anyone may have left a version.dll). Every import that is
+    // not a KnownDLL is delay-loaded, so nothing was mapped along the default order before this.
+    ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
     Arguments words(argv + 1, argv + argc);
     if (!words.empty() && words[0] == "--help") {
         PrintUsage();

@@ -6,8 +6,68 @@
 #include <fcntl.h>
 #include <io.h>
 
-PlatformDll::PlatformDll() : path_(ToolFolder() + "ZelPlatformMethods64.dll") {
-    module_.reset(::LoadLibraryA(path_.c_str()));
+namespace {
+
+// zelplat.exe's full path, read whole; empty when it cannot be.
+std::wstring toolPath() {
+    constexpr std::size_t kLongestPath = 32768;
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD length =
+            ::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+        if (length == 0) {
+            return {};
+        }
+        if (length < path.size()) {
+            path.resize(length);
+            return path;
+        }
+        if (path.size() >= kLongestPath) {
+            ::SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            return {};
+        }
+        path.resize(path.size() * 2);
+    }
+}
+
+// The path in the system code page, for the library's narrow exports.
+std::string inSystemCodePage(const std::wstring& path) {
+    const int size = ::WideCharToMultiByte(CP_ACP, 0, path.c_str(), static_cast<int>(path.size()),
+                                           nullptr, 0, nullptr, nullptr);
+    std::string text(static_cast<std::size_t>(size > 0 ? size : 0), '\0');
+    if (size > 0) {
+        ::WideCharToMultiByte(CP_ACP, 0, path.c_str(), static_cast<int>(path.size()), text.data(),
+                              size, nullptr, nullptr);
+    }
+    return text;
+}
+
+} // namespace
+
+std::wstring ToolFolder() {
+    std::wstring folder = toolPath();
+    const std::size_t separator = folder.find_last_of(L"\\/");
+    if (separator == std::wstring::npos) {
+        return {};
+    }
+    folder.erase(separator + 1);
+    return folder;
+}
+
+PlatformDll::PlatformDll() {
+    const std::wstring folder = ToolFolder();
+    if (folder.empty()) {
+        // Never a load by bare name: that would search the very folders this avoids.
+        std::fprintf(stderr,
+                     "zelplat: cannot tell the folder zelplat.exe runs from (Windows error %lu)\n",
+                     static_cast<unsigned long>(::GetLastError()));
+        return;
+    }
+    const std::wstring file = folder + L"ZelPlatformMethods64.dll";
+    path_ = inSystemCodePage(file);
+    // By full path; the library's own imports from its folder and System32 only.
+    module_.reset(::LoadLibraryExW(
+        file.c_str(), nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32));
     if (!module_) {
         std::fprintf(stderr, "zelplat: cannot load %s (Windows error %lu)\n", path_.c_str(),
                      static_cast<unsigned long>(::GetLastError()));
@@ -28,14 +88,6 @@ std::string TakeLibraryText(const ZelPlatformExportedInterface& dll, char* text)
     std::string copy = text != nullptr ? text : "";
     dll.FreeStringData(&text);
     return copy;
-}
-
-std::string ToolFolder() {
-    char path[MAX_PATH * 4];
-    const DWORD length = ::GetModuleFileNameA(nullptr, path, sizeof path);
-    std::string folder(path, length);
-    folder.erase(folder.find_last_of("\\/") + 1);
-    return folder;
 }
 
 namespace {

@@ -44,8 +44,8 @@ template <typename Query> Outcome AskForText(const ZelPlatformExportedInterface&
     return outcome;
 }
 
-// The folder of zelplat.exe, ending in a backslash.
-std::string ToolFolder();
+// The folder of zelplat.exe, ending in a backslash; empty when its path cannot be read whole.
+std::wstring ToolFolder();
 
 // The library writes lines of its own ("<function> : <message>") to the process's standard
 // output and standard error; most describe what it met, not failures. While a LibraryConsole

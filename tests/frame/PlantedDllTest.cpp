@@ -1,0 +1,140 @@
+// A DLL left in the folder a program runs from, under the name of a Windows DLL that is not a
+// KnownDLL (version.dll, WinSCard.dll), is loaded by Windows' default search order before the
+// real one. zelplat.exe runs elevated from wherever support staff put it (a downloads folder, a
+// share) and the library runs inside the client: neither may ever map such a file.
+//
+// Each test copies the program into a folder of its own with marker DLLs beside it under those
+// names (kit_planted_marker.dll: it leaves "<name>.loaded" beside itself when a process maps it)
+// and runs it with a Wine DLL override for that program (HKCU\Software\Wine\AppDefaults\<exe>\
+// DllOverrides: version and winscard "native,builtin", what WINEDLLOVERRIDES=version,winscard=n,b
+// sets for a shell), which makes Wine prefer a native DLL and look for it along the search order
+// as Windows does. (Wine's own loader trace, WINEDEBUG=+loaddll, shows the same by hand, but it
+// goes to Wine's standard error, not to the child's.)
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <string>
+#include <vector>
+
+namespace {
+
+const char* const kPlantedNames[] = {"version.dll", "WinSCard.dll"};
+
+std::string lower(std::string text) {
+    for (char& c : text) {
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    return text;
+}
+
+const char* const kProgramsRun[] = {"zelplat.exe", "dll_load_check.exe", "planted_control.exe"};
+
+std::string appDefaultsKey(const char* program) {
+    return std::string("Software\\Wine\\AppDefaults\\") + program;
+}
+
+class PlantedDll : public ::testing::Test {
+protected:
+    void SetUp() override {
+        folder_ = zeltest::ProgramFolder() + "planted\\";
+        removeFolder();
+        ASSERT_TRUE(::CreateDirectoryA(folder_.c_str(), nullptr)) << ::GetLastError();
+        for (const char* program : {"zelplat.exe", "ZelPlatformMethods64.dll", "dll_load_check.exe",
+                                    "planted_control.exe"}) {
+            copy(zeltest::BuiltFile(program), program);
+        }
+        for (const char* name : kPlantedNames) {
+            copy(zeltest::BuiltFile("kit_planted_marker.dll"), name);
+        }
+        for (const char* program : kProgramsRun) {
+            const std::string key = appDefaultsKey(program) + "\\DllOverrides";
+            zeltest::WriteString(HKEY_CURRENT_USER, key, "version", "native,builtin");
+            zeltest::WriteString(HKEY_CURRENT_USER, key, "winscard", "native,builtin");
+        }
+    }
+    void TearDown() override {
+        for (const char* program : kProgramsRun) {
+            zeltest::DeleteKeyTree(HKEY_CURRENT_USER, appDefaultsKey(program));
+        }
+        removeFolder();
+    }
+
+    zeltest::ProcessResult run(const std::string& program, const std::string& arguments) {
+        return zeltest::RunProgram("\"" + folder_ + program + "\" " + arguments);
+    }
+
+    // The planted DLLs that a process mapped, by their markers' files.
+    std::vector<std::string> plantedAndLoaded() const {
+        std::vector<std::string> loaded;
+        for (const char* name : kPlantedNames) {
+            if (::GetFileAttributesA((folder_ + name + ".loaded").c_str()) !=
+                INVALID_FILE_ATTRIBUTES) {
+                loaded.push_back(name);
+            }
+        }
+        return loaded;
+    }
+
+private:
+    void copy(const std::string& from, const std::string& name) {
+        ASSERT_TRUE(::CopyFileA(from.c_str(), (folder_ + name).c_str(), FALSE))
+            << from << ": " << ::GetLastError();
+    }
+    void removeFolder() {
+        WIN32_FIND_DATAA found;
+        const HANDLE search = ::FindFirstFileA((folder_ + "*").c_str(), &found);
+        if (search != INVALID_HANDLE_VALUE) {
+            do {
+                ::DeleteFileA((folder_ + found.cFileName).c_str());
+            } while (::FindNextFileA(search, &found));
+            ::FindClose(search);
+        }
+        ::RemoveDirectoryA(folder_.c_str());
+    }
+
+    std::string folder_;
+};
+
+// The setting is real: a program that loads version.dll along the default order gets the planted
+// one, and its marker tells.
+TEST_F(PlantedDll, AProgramSearchingItsOwnFolderLoadsThePlantedDll) {
+    const zeltest::ProcessResult result = run("planted_control.exe", "");
+    EXPECT_EQ(0u, result.exitCode);
+    EXPECT_EQ(lower("version.dll from " + zeltest::ProgramFolder() + "planted\\version.dll\r\n"),
+              lower(result.out));
+    EXPECT_EQ(std::vector<std::string>{"version.dll"}, plantedAndLoaded());
+}
+
+TEST_F(PlantedDll, ZelplatFileVersionLoadsNothingFromItsOwnFolder) {
+    const zeltest::ProcessResult result =
+        run("zelplat.exe", "file-version C:\\windows\\system32\\kernel32.dll");
+    EXPECT_EQ(0u, result.exitCode) << result.err;
+    EXPECT_FALSE(result.out.empty());
+    EXPECT_EQ(std::vector<std::string>{}, plantedAndLoaded());
+}
+
+// The report asks every export, the card service and the version resources: every delay-loaded
+// DLL (winscard, version, shell32) comes from System32.
+TEST_F(PlantedDll, ZelplatReportLoadsNothingFromItsOwnFolder) {
+    const zeltest::ProcessResult result = run("zelplat.exe", "report --json");
+    EXPECT_EQ(0u, result.exitCode) << result.err;
+    EXPECT_EQ('{', result.out.empty() ? '\0' : result.out.front());
+    EXPECT_EQ(std::vector<std::string>{}, plantedAndLoaded());
+}
+
+// A client's process: the host loads the library from its own folder and asks GetFileVersion,
+// which loads version.dll. The host neither crashes nor maps the planted file.
+TEST_F(PlantedDll, HostAskingGetFileVersionLoadsNoVersionDllFromItsFolder) {
+    const zeltest::ProcessResult result = run("dll_load_check.exe", "");
+    EXPECT_EQ(0u, result.exitCode) << result.err;
+    EXPECT_EQ("shell32.dll not loaded\r\nwinscard.dll not loaded\r\nversion.dll not loaded\r\n"
+              "ZelPlatformMethods64.dll loaded\r\nshell32.dll not loaded\r\n"
+              "winscard.dll not loaded\r\nversion.dll not loaded\r\nGetFileVersion 0\r\n"
+              "version.dll loaded\r\n",
+              result.out);
+    EXPECT_EQ(std::vector<std::string>{}, plantedAndLoaded());
+}
+
+} // namespace
