@@ -14,6 +14,21 @@
 # (<name>.pdb/<GUID><age>/<name>.pdb); with GNU ld a copy without debug information, whose
 # debug file goes beside it as <file>.debug.
 
+# Hardening of everything built here (the image tests check the shipped binaries):
+# - a stack canary in every function with an array or an address-taken local
+#   (-fstack-protector-strong); the canary and its check routine are the library's own
+#   (src/base/TqStackGuard.cpp), so libssp, which the compiler names for the link, is linked only
+#   into programs without the library (the test kit's);
+# - CET shadow-stack compatibility (lld /cetcompat): a return address that does not match the
+#   shadow stack ends the process where the CPU and Windows enforce it.
+# Control Flow Guard is not available: mingw-w64 10 has no load configuration (_load_config_used)
+# for the linker to fill.
+add_compile_options(-fstack-protector-strong)
+add_link_options(-fstack-protector-strong)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    add_link_options(-Wl,-Xlink=-cetcompat)
+endif()
+
 set(ZEL_DEBUG_SOURCE_ROOT "C:/ZelPlatformMethods64")
 add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=${ZEL_DEBUG_SOURCE_ROOT})
 
@@ -45,6 +60,20 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
         add_link_options(-Wl,-Xlink=-timestamp:${ZEL_SOURCE_DATE_EPOCH})
     endif()
     find_program(ZEL_LLVM_READOBJ NAMES llvm-readobj-16 llvm-readobj REQUIRED)
+    # The mingw-w64 runtime's archives carry DWARF, which lld 16 keeps whenever it writes a PDB
+    # (it has no /debug:nodwarf). The symbols belong in the PDB: the shipped images are stripped
+    # of DWARF after the link, and their PE checksum, which llvm-objcopy leaves zero, is written
+    # again by a small helper built for this machine.
+    find_program(ZEL_LLVM_OBJCOPY NAMES llvm-objcopy-16 llvm-objcopy REQUIRED)
+    find_program(ZEL_HOST_CC NAMES clang-16 cc REQUIRED)
+    set(ZEL_PE_CHECKSUM ${CMAKE_BINARY_DIR}/host/zel-pe-checksum)
+    add_custom_command(OUTPUT ${ZEL_PE_CHECKSUM}
+        COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/host
+        COMMAND ${ZEL_HOST_CC} -O2 -o ${ZEL_PE_CHECKSUM} ${PROJECT_SOURCE_DIR}/cmake/ZelPeChecksum.c
+        DEPENDS ${PROJECT_SOURCE_DIR}/cmake/ZelPeChecksum.c
+        COMMENT "Building the PE checksum helper for this machine"
+        VERBATIM)
+    add_custom_target(zel_pe_checksum DEPENDS ${ZEL_PE_CHECKSUM})
 else()
     set(ZEL_PDB OFF)
     if(NOT ZEL_SOURCE_DATE_EPOCH STREQUAL "")
@@ -60,7 +89,10 @@ function(zel_release_binary target)
     file(MAKE_DIRECTORY ${ZEL_DIST_DIR})
     if(ZEL_PDB)
         set(pdb $<TARGET_FILE_DIR:${target}>/$<TARGET_FILE_BASE_NAME:${target}>.pdb)
+        add_dependencies(${target} zel_pe_checksum)
         add_custom_command(TARGET ${target} POST_BUILD
+            COMMAND ${ZEL_LLVM_OBJCOPY} --strip-debug $<TARGET_FILE:${target}>
+            COMMAND ${ZEL_PE_CHECKSUM} $<TARGET_FILE:${target}>
             COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:${target}> ${pdb} ${ZEL_DIST_DIR}
             COMMAND ${CMAKE_COMMAND} -DBINARY=$<TARGET_FILE:${target}> -DPDB=${pdb}
                     -DSTORE=${ZEL_SYMBOL_STORE_DIR} -DREADOBJ=${ZEL_LLVM_READOBJ}

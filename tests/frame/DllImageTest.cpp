@@ -2,6 +2,8 @@
 // import, their version resources, their hardening flags, and the debug symbols beside them.
 #include "support/TestSupport.h"
 
+#include <imagehlp.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,6 +11,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <set>
 
 namespace {
@@ -77,6 +80,53 @@ std::vector<std::string> importedDlls(const PeFile& pe) {
         dlls.push_back(name);
     }
     return dlls;
+}
+
+// The DLLs named by the delay-import table, lower-cased and sorted.
+std::vector<std::string> delayLoadedDlls(const PeFile& pe) {
+    std::vector<std::string> dlls;
+    const IMAGE_DATA_DIRECTORY& table = pe.directory(IMAGE_DIRECTORY_ENTRY_DELAY_IMPORT);
+    const auto* descriptor =
+        reinterpret_cast<const IMAGE_DELAYLOAD_DESCRIPTOR*>(pe.at(table.VirtualAddress));
+    for (; descriptor != nullptr && descriptor->DllNameRVA != 0; ++descriptor) {
+        std::string name = pe.at(descriptor->DllNameRVA);
+        std::transform(name.begin(), name.end(), name.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        dlls.push_back(name);
+    }
+    std::sort(dlls.begin(), dlls.end());
+    return dlls;
+}
+
+std::vector<IMAGE_SECTION_HEADER> sectionHeaders(const PeFile& pe) {
+    const IMAGE_NT_HEADERS64* nt = pe.headers();
+    const IMAGE_SECTION_HEADER* first = IMAGE_FIRST_SECTION(nt);
+    return {first, first + nt->FileHeader.NumberOfSections};
+}
+
+// A section's name as the header holds it: up to 8 characters, or "/N" for a longer name kept in
+// the symbol string table (only DWARF sections have such names in an image).
+std::string sectionName(const IMAGE_SECTION_HEADER& section) {
+    const char* name = reinterpret_cast<const char*>(section.Name);
+    return std::string(name, strnlen(name, IMAGE_SIZEOF_SHORT_NAME));
+}
+
+constexpr DWORD kCetCompatible = 0x01; // IMAGE_DLLCHARACTERISTICS_EX_CET_COMPAT
+constexpr DWORD kDebugTypeExDllCharacteristics = 20;
+
+// The extended DLL characteristics of the image's debug directory, when it has them.
+std::optional<DWORD> extendedDllCharacteristics(const PeFile& pe) {
+    const IMAGE_DATA_DIRECTORY& debug = pe.directory(IMAGE_DIRECTORY_ENTRY_DEBUG);
+    const auto* entries =
+        reinterpret_cast<const IMAGE_DEBUG_DIRECTORY*>(pe.at(debug.VirtualAddress));
+    for (DWORD i = 0; entries != nullptr && i < debug.Size / sizeof(IMAGE_DEBUG_DIRECTORY); ++i) {
+        if (entries[i].Type == kDebugTypeExDllCharacteristics && entries[i].SizeOfData >= 4) {
+            DWORD flags = 0;
+            std::memcpy(&flags, pe.bytes().data() + entries[i].PointerToRawData, sizeof flags);
+            return flags;
+        }
+    }
+    return std::nullopt;
 }
 
 std::vector<char> fileBytes(const std::string& path) {
@@ -345,16 +395,87 @@ TEST(DllImage, ShippedBinariesKeepAslrHighEntropyAslrAndNx) {
     }
 }
 
-TEST(DllImage, ZelplatImportsWindowsSystemDllsOnly) {
+// The loader maps a program's static imports before main() can restrict where DLLs come from:
+// zelplat imports only KnownDLLs statically, and everything else delay-loaded, through the hook
+// that loads from System32 only.
+TEST(DllImage, ZelplatImportsOnlyKnownDllsAndDelayLoadsTheRest) {
     const PeFile pe(zeltest::BuiltFile("zelplat.exe"));
     ASSERT_NE(nullptr, pe.headers());
     auto dlls = importedDlls(pe);
     std::sort(dlls.begin(), dlls.end());
-    // The card commands call winscard directly; shell32 and version come delay-loaded with the
-    // library's code.
-    EXPECT_EQ(
-        (std::vector<std::string>{"advapi32.dll", "kernel32.dll", "msvcrt.dll", "winscard.dll"}),
-        dlls);
+    EXPECT_EQ((std::vector<std::string>{"advapi32.dll", "kernel32.dll", "msvcrt.dll"}), dlls);
+    EXPECT_EQ((std::vector<std::string>{"shell32.dll", "version.dll", "winscard.dll"}),
+              delayLoadedDlls(pe));
+}
+
+TEST(DllImage, DelayLoadsTheSystemDllsThatNotEveryCallNeeds) {
+    const PeFile pe(zeltest::BuiltFile("ZelPlatformMethods64.dll"));
+    ASSERT_NE(nullptr, pe.headers());
+    EXPECT_EQ((std::vector<std::string>{"shell32.dll", "version.dll", "winscard.dll"}),
+              delayLoadedDlls(pe));
+}
+
+// A process that supports CET shadow stacks runs both shipped files with it: the image says it
+// is compatible in its extended DLL characteristics (a debug directory entry).
+TEST(DllImage, ShippedBinariesAreCetShadowStackCompatible) {
+    for (const char* name : {"ZelPlatformMethods64.dll", "zelplat.exe"}) {
+        const PeFile pe(zeltest::BuiltFile(name));
+        ASSERT_NE(nullptr, pe.headers()) << name;
+        const std::optional<DWORD> flags = extendedDllCharacteristics(pe);
+        ASSERT_TRUE(flags.has_value()) << name << " has no extended DLL characteristics";
+        EXPECT_EQ(kCetCompatible, *flags & kCetCompatible) << name;
+    }
+}
+
+// No section is both writable and executable, and none is shared between processes and
+// writable (one process could then change what another runs or reads).
+TEST(DllImage, ShippedBinariesHaveNoWritableCodeAndNoSharedWritableData) {
+    for (const char* name : {"ZelPlatformMethods64.dll", "zelplat.exe"}) {
+        const PeFile pe(zeltest::BuiltFile(name));
+        ASSERT_NE(nullptr, pe.headers()) << name;
+        const std::vector<IMAGE_SECTION_HEADER> sections = sectionHeaders(pe);
+        EXPECT_LE(4u, sections.size()) << name;
+        for (const IMAGE_SECTION_HEADER& section : sections) {
+            const DWORD flags = section.Characteristics;
+            EXPECT_FALSE((flags & IMAGE_SCN_MEM_WRITE) && (flags & IMAGE_SCN_MEM_EXECUTE))
+                << name << " " << sectionName(section);
+            EXPECT_FALSE((flags & IMAGE_SCN_MEM_WRITE) && (flags & IMAGE_SCN_MEM_SHARED))
+                << name << " " << sectionName(section);
+        }
+    }
+}
+
+// The debug symbols are in the PDB files; the images carry no DWARF (the runtime's archives
+// bring some, which the build strips after the link).
+TEST(DllImage, ShippedBinariesCarryNoDwarfSections) {
+    for (const char* name : {"ZelPlatformMethods64.dll", "zelplat.exe"}) {
+        const PeFile pe(zeltest::BuiltFile(name));
+        ASSERT_NE(nullptr, pe.headers()) << name;
+        std::vector<std::string> names;
+        for (const IMAGE_SECTION_HEADER& section : sectionHeaders(pe)) {
+            names.push_back(sectionName(section));
+        }
+        EXPECT_EQ(names.end(), std::find_if(names.begin(), names.end(),
+                                            [](const std::string& section) {
+                                                return section.rfind(".debug", 0) == 0 ||
+                                                       section.rfind("/", 0) == 0;
+                                            }))
+            << name;
+        EXPECT_NE(names.end(), std::find(names.begin(), names.end(), ".text")) << name;
+    }
+}
+
+// Stripping rewrites the image: its checksum is written again, as the linker wrote it.
+TEST(DllImage, ShippedBinariesCarryAValidChecksum) {
+    for (const char* name : {"ZelPlatformMethods64.dll", "zelplat.exe"}) {
+        DWORD stored = 0xDEADBEEF;
+        DWORD computed = 0xDEADBEEF;
+        ASSERT_EQ(static_cast<DWORD>(CHECKSUM_SUCCESS),
+                  ::MapFileAndCheckSumA(zeltest::BuiltFile(name).c_str(), &stored, &computed))
+            << name;
+        EXPECT_NE(0u, stored) << name;
+        EXPECT_EQ(computed, stored) << name;
+    }
 }
 
 TEST(DllImage, ZelplatCarriesAVersionResourceOfItsOwn) {
