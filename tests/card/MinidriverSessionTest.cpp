@@ -265,6 +265,35 @@ TEST_F(MinidriverSessionWithCard, RegisteredFullPathIsLoadedAsItStands) {
     EXPECT_EQ(lower(path), lower(moduleFile(module)));
 }
 
+TEST_F(MinidriverSessionWithCard, RegisteredFullPathWithForwardSlashesIsLoaded) {
+    std::string path = zeltest::BuiltFile("kit_minidriver.dll");
+    std::replace(path.begin(), path.end(), '\\', '/');
+    registerMinidriverFile(path);
+    ASSERT_EQ(0, init());
+    EXPECT_EQ(lower(zeltest::BuiltFile("kit_minidriver.dll")), lower(moduleFile(module)));
+}
+
+// A share, a UNC path in the \\?\ form and device paths name no local file of the workstation:
+// nothing is loaded from them.
+TEST_F(MinidriverSessionWithCard, SharesAndDevicePathsAreRefused) {
+    const std::string local = zeltest::BuiltFile("kit_minidriver.dll");
+    for (const std::string& path : std::vector<std::string>{
+             std::string("\\\\localhost\\c$\\kit_minidriver.dll"),
+             "\\\\?\\UNC\\localhost\\c$\\kit_minidriver.dll", "\\\\.\\" + local, "\\\\?\\" + local,
+             "//localhost/c$/kit_minidriver.dll"}) {
+        SCOPED_TRACE(path);
+        registerMinidriverFile(path);
+        EXPECT_EQ(asResult(ERROR_BAD_PATHNAME), init());
+        EXPECT_EQ(nullptr, module);
+        EXPECT_EQ(nullptr, ::GetModuleHandleA("kit_minidriver.dll"));
+    }
+    // One line per refusal, each naming the bad path's error.
+    const std::string refused =
+        kWorkerLine + std::string("TqInitMinidriver : ") +
+        "Exception occurred: LoadLibrary failed. Error Code: " + windowsText(ERROR_BAD_PATHNAME);
+    EXPECT_EQ(std::vector<std::string>(5, refused), log.bodies());
+}
+
 TEST_F(MinidriverSessionWithCard, RelativePathIsRefused) {
     registerMinidriverFile("bin\\zelkitmd.dll");
     EXPECT_EQ(asResult(ERROR_BAD_PATHNAME), init());

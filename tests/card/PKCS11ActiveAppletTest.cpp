@@ -277,6 +277,24 @@ TEST_F(PKCS11ActiveApplet, LoaderRefusesWhatItCannotUse) {
     EXPECT_EQ(CKR_ARGUMENTS_BAD, TqLoadPKCS11Module(nullptr));
 }
 
+// A module is loaded as a minidriver is: a bare name from System32 only (the kit's module lies in
+// the program's folder, not there), a share or a device path not at all.
+TEST_F(PKCS11ActiveApplet, LoaderNeverSearchesTheProgramsFolderNorLoadsFromAShare) {
+    ASSERT_NE(INVALID_FILE_ATTRIBUTES,
+              ::GetFileAttributesA(zeltest::BuiltFile("kit_pkcs11.dll").c_str()));
+    EXPECT_EQ(0x800003E9u, TqLoadPKCS11Module("kit_pkcs11.dll"));
+    EXPECT_EQ(nullptr, ::GetModuleHandleA("kit_pkcs11.dll"));
+    for (const std::string& path :
+         std::vector<std::string>{std::string("\\\\localhost\\c$\\kit_pkcs11.dll"),
+                                  "\\\\?\\UNC\\localhost\\c$\\kit_pkcs11.dll",
+                                  "\\\\.\\" + zeltest::BuiltFile("kit_pkcs11.dll"),
+                                  "\\\\?\\" + zeltest::BuiltFile("kit_pkcs11.dll")}) {
+        EXPECT_EQ(0x800003E9u, TqLoadPKCS11Module(path.c_str())) << path;
+        EXPECT_FALSE(TqPKCS11Env().enabled) << path;
+        EXPECT_EQ(nullptr, ::GetModuleHandleA("kit_pkcs11.dll")) << path;
+    }
+}
+
 TEST_F(PKCS11ActiveApplet, UnloadFinalizesTheModuleAndDisablesTheEnvironment) {
     loadKit();
     TqUnloadPKCS11Module();
