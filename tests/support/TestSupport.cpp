@@ -247,8 +247,30 @@ BOOL CreateTestProcess(const char* application, std::string& commandLine,
     return started;
 }
 
-ProcessResult RunProgram(const std::string& commandLine, CallSite caller) {
-    const CallerTrace trace(caller);
+namespace {
+
+// The read end of a pipe that holds the input, for a child to inherit; the writer is closed.
+TqUniqueHandle inheritedInput(const std::string& input) {
+    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+    TqUniqueHandle reader;
+    TqUniqueHandle writer;
+    // Room for the whole input, so that writing it does not wait for the child.
+    const auto room = static_cast<DWORD>(input.size() + 4096);
+    if (!::CreatePipe(reader.put(), writer.put(), &inherit, room)) {
+        ADD_FAILURE() << "CreatePipe failed: " << ::GetLastError();
+        return reader;
+    }
+    ::SetHandleInformation(writer.get(), HANDLE_FLAG_INHERIT, 0);
+    DWORD written = 0;
+    if (!::WriteFile(writer.get(), input.data(), static_cast<DWORD>(input.size()), &written,
+                     nullptr) ||
+        written != input.size()) {
+        ADD_FAILURE() << "The input could not be written to the pipe: " << ::GetLastError();
+    }
+    return reader;
+}
+
+ProcessResult runProgram(const std::string& commandLine, const std::string* input) {
     ProcessResult result;
     const std::string outPath = uniqueTempPath("zel-out", ".txt");
     const std::string errPath = uniqueTempPath("zel-err", ".txt");
@@ -261,7 +283,8 @@ ProcessResult RunProgram(const std::string& commandLine, CallSite caller) {
         STARTUPINFOA startup{};
         startup.cb = sizeof startup;
         startup.dwFlags = STARTF_USESTDHANDLES;
-        startup.hStdInput = nullptr;
+        const TqUniqueHandle in = input != nullptr ? inheritedInput(*input) : TqUniqueHandle();
+        startup.hStdInput = in.get();
         startup.hStdOutput = out.get();
         startup.hStdError = err.get();
         PROCESS_INFORMATION process{};
@@ -284,6 +307,19 @@ ProcessResult RunProgram(const std::string& commandLine, CallSite caller) {
     ::DeleteFileA(outPath.c_str());
     ::DeleteFileA(errPath.c_str());
     return result;
+}
+
+} // namespace
+
+ProcessResult RunProgram(const std::string& commandLine, CallSite caller) {
+    const CallerTrace trace(caller);
+    return runProgram(commandLine, nullptr);
+}
+
+ProcessResult RunProgramWithInput(const std::string& commandLine, const std::string& input,
+                                  CallSite caller) {
+    const CallerTrace trace(caller);
+    return runProgram(commandLine, &input);
 }
 
 PlatformDll::PlatformDll(CallSite caller)

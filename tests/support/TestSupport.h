@@ -111,6 +111,9 @@ struct ProcessResult {
     std::string err;
 };
 ProcessResult RunProgram(const std::string& commandLine, CallSite caller = CallSite::current());
+// The same with input piped into its standard input; the pipe ends after the input.
+ProcessResult RunProgramWithInput(const std::string& commandLine, const std::string& input,
+                                  CallSite caller = CallSite::current());
 
 // The built ZelPlatformMethods64.dll, loaded the way the client loads it.
 class PlatformDll {
