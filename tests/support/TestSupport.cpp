@@ -228,6 +228,78 @@ DeniedKey::DeniedKey(HKEY root, const std::string& path, REGSAM view, CallSite c
     EXPECT_EQ(ERROR_SUCCESS, ::RegSetKeySecurity(saved_.key(), DACL_SECURITY_INFORMATION, denyAll));
 }
 
+namespace {
+
+std::wstring wideText(const std::string& text) {
+    return std::wstring(text.begin(), text.end());
+}
+
+// The kernel's name of a root key: where a link's target must point.
+std::wstring kernelRootName(HKEY root) {
+    if (root == HKEY_LOCAL_MACHINE) {
+        return L"\\Registry\\Machine\\";
+    }
+    if (root != HKEY_CURRENT_USER) {
+        ADD_FAILURE() << "RegistryLinkLoop knows only HKLM and HKCU";
+        return L"";
+    }
+    TqUniqueHandle token;
+    BYTE user[SECURITY_MAX_SID_SIZE + sizeof(TOKEN_USER)];
+    DWORD size = 0;
+    wchar_t* sid = nullptr;
+    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.put()) ||
+        !::GetTokenInformation(token.get(), TokenUser, user, sizeof user, &size) ||
+        !::ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user)->User.Sid, &sid)) {
+        ADD_FAILURE() << "The user's SID is not known: " << ::GetLastError();
+        return L"";
+    }
+    const TqUniqueLocalMemory owner(sid);
+    return L"\\Registry\\User\\" + std::wstring(sid) + L"\\";
+}
+
+} // namespace
+
+RegistryLinkLoop::RegistryLinkLoop(HKEY root, const std::string& parent, const std::string& name,
+                                   CallSite caller)
+    : root_(root), path_(parent + "\\" + name), made_(caller) {
+    const CallerTrace trace(caller);
+    TqUniqueRegKey link;
+    const LSTATUS created = ::RegCreateKeyExW(
+        root, wideText(path_).c_str(), 0, nullptr, REG_OPTION_CREATE_LINK | REG_OPTION_VOLATILE,
+        KEY_ALL_ACCESS | KEY_WOW64_64KEY, nullptr, link.put(), nullptr);
+    EXPECT_EQ(ERROR_SUCCESS, created) << path_;
+    if (created != ERROR_SUCCESS) {
+        return;
+    }
+    // The target as UTF-16 without a terminator, as the kernel reads it.
+    const std::wstring target = kernelRootName(root) + wideText(parent);
+    EXPECT_EQ(ERROR_SUCCESS, ::RegSetValueExW(link.get(), L"SymbolicLinkValue", 0, REG_LINK,
+                                              reinterpret_cast<const BYTE*>(target.data()),
+                                              static_cast<DWORD>(target.size() * sizeof(wchar_t))));
+    // Through the link a walk finds parent again.
+    EXPECT_TRUE(KeyExists(root, path_ + "\\" + name + "\\" + name, KEY_WOW64_64KEY)) << path_;
+}
+
+RegistryLinkLoop::~RegistryLinkLoop() {
+    const CallerTrace trace(made_);
+    // RegDeleteKey would follow the link and delete its target: the link itself is opened as a
+    // link and deleted through that handle.
+    using NtDeleteKeyFn = LONG(NTAPI*)(HANDLE);
+    const auto ntDeleteKey = reinterpret_cast<NtDeleteKeyFn>(
+        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "NtDeleteKey")));
+    TqUniqueRegKey link;
+    const LSTATUS opened = ::RegOpenKeyExW(root_, wideText(path_).c_str(), REG_OPTION_OPEN_LINK,
+                                           DELETE | KEY_WOW64_64KEY, link.put());
+    EXPECT_EQ(ERROR_SUCCESS, opened) << path_;
+    EXPECT_NE(nullptr, ntDeleteKey);
+    if (opened != ERROR_SUCCESS || ntDeleteKey == nullptr) {
+        return;
+    }
+    EXPECT_EQ(0, ntDeleteKey(link.get())) << path_;
+    link.reset();
+    EXPECT_FALSE(KeyExists(root_, path_, KEY_WOW64_64KEY)) << path_;
+}
+
 BOOL CreateTestProcess(const char* application, std::string& commandLine,
                        SECURITY_ATTRIBUTES* processAttributes, BOOL inheritHandles, DWORD flags,
                        const char* folder, STARTUPINFOA& startup, PROCESS_INFORMATION& created) {
