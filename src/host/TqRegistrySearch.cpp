@@ -126,27 +126,30 @@ int processValues(bool validArguments, TqRegistrySearchEntry* entry,
         failureLineOf(kValueStep), keptOrExceptionOccurred);
 }
 
+int searchKey(const std::string& keyPath, TqRegistrySearchEntry* entry, unsigned levelsBelow);
+
 void searchSubKeys(const std::vector<TqRegistrySubKeyRead>& subKeys, const std::string& keyPath,
-                   TqRegistrySearchEntry& entry, int& result);
+                   TqRegistrySearchEntry& entry, unsigned levelsBelow, int& result);
 
 // The sub-key step over whatever readNames gives; null arguments are refused first. The found
-// result wins over errors of other children.
+// result wins over errors of other children. levelsBelow: how many levels the search may still
+// descend below each of the sub-keys.
 template <typename ReadNames>
 int processSubKeys(bool validArguments, const std::string& keyPath, TqRegistrySearchEntry* entry,
-                   ReadNames&& readNames) noexcept {
+                   unsigned levelsBelow, ReadNames&& readNames) noexcept {
     return TqGuard<int>(
         [&](int& result) {
             if (!validArguments || entry == nullptr) {
                 rejectArguments(result);
             }
-            searchSubKeys(readNames(), keyPath, *entry, result);
+            searchSubKeys(readNames(), keyPath, *entry, levelsBelow, result);
         },
         failureLineOf(kSubKeyStep), keptOrExceptionOccurred);
 }
 
 // Each child's answer is the step's answer so far; a hit, else the first error, is its last.
 void searchSubKeys(const std::vector<TqRegistrySubKeyRead>& subKeys, const std::string& keyPath,
-                   TqRegistrySearchEntry& entry, int& result) {
+                   TqRegistrySearchEntry& entry, unsigned levelsBelow, int& result) {
     int foundResult = 0;
     int error = 0;
     for (const TqRegistrySubKeyRead& subKey : subKeys) {
@@ -155,7 +158,7 @@ void searchSubKeys(const std::vector<TqRegistrySubKeyRead>& subKeys, const std::
             continue;
         }
         const std::string childPath = keyPath.empty() ? subKey.name : keyPath + "\\" + subKey.name;
-        const int child = TqFindRegistryKeyAndOrValueName(childPath, &entry);
+        const int child = searchKey(childPath, &entry, levelsBelow);
         result = child;
         if (child == kTqSearchHit || child == kTqSearchKeyNameHit) {
             foundResult = child;
@@ -228,13 +231,8 @@ void requireReadable(const TqRegistryKeyRead& key, const std::string& keyPath) {
     }
 }
 
-} // namespace
-
-void TqRegistrySearchEntry::ClearResults() noexcept {
-    results.clear();
-}
-
-int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearchEntry* entry) {
+// The search of one key and, while levelsBelow allows, of the keys below it.
+int searchKey(const std::string& keyPath, TqRegistrySearchEntry* entry, unsigned levelsBelow) {
     constexpr const char* kName = "TqFindRegistryKeyAndOrValueName";
     int subKeyResult = 0;
     const int ownResult = TqGuard<int>(
@@ -246,8 +244,9 @@ int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearch
             const HKEY root = entry->root != nullptr ? entry->root : HKEY_LOCAL_MACHINE;
             const TqSearchKeyRead key(root, keyPath, entry->valueName);
             requireReadable(key.get(), keyPath);
-            if (!key->subKeys.empty()) {
-                subKeyResult = processSubKeys(true, keyPath, entry, alreadyRead(key->subKeys));
+            if (!key->subKeys.empty() && levelsBelow > 0) {
+                subKeyResult = processSubKeys(true, keyPath, entry, levelsBelow - 1,
+                                              alreadyRead(key->subKeys));
             }
             if (entry->valueName != nullptr) {
                 if (!key->values.empty()) {
@@ -265,6 +264,21 @@ int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearch
     return subKeyResult != 0 ? subKeyResult : ownResult;
 }
 
+} // namespace
+
+void TqRegistrySearchEntry::ClearResults() noexcept {
+    results.clear();
+}
+
+int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearchEntry* entry) {
+    return searchKey(keyPath, entry, kTqRegistrySearchDepthLimit);
+}
+
+int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearchEntry* entry,
+                                    unsigned depthLimit) {
+    return searchKey(keyPath, entry, depthLimit);
+}
+
 int TqFindRegistryProcessSubKey(HKEY key, const std::string& keyPath, std::uint32_t subKeyCount,
                                 TqRegistrySearchEntry* entry) {
     std::vector<TqRegistrySubKeyRead> subKeys;
@@ -272,7 +286,8 @@ int TqFindRegistryProcessSubKey(HKEY key, const std::string& keyPath, std::uint3
         subKeys = TqReadSubKeyNames(key, subKeyCount, kTqSubKeyNameCapacity);
         return subKeys;
     };
-    return processSubKeys(key != nullptr, keyPath, entry, readSubKeys);
+    return processSubKeys(key != nullptr, keyPath, entry, kTqRegistrySearchDepthLimit - 1,
+                          readSubKeys);
 }
 
 int TqFindRegistryProcessValues(HKEY key, std::uint32_t valueCount, TqRegistrySearchEntry* entry) {

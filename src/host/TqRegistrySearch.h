@@ -52,12 +52,23 @@ inline constexpr int kTqSearchValueMatched = 2; // a value matched, not yet reco
 inline constexpr int kTqSearchHit = 4;          // a hit was recorded: the search ends
 inline constexpr int kTqSearchKeyNameHit = 5;   // a key-name hit was recorded: go on
 
+// How far below its start key a search descends: the registry's own nesting limit. A key that
+// deep is still examined, but its sub-keys are not walked. Only a registry link that leads back
+// to one of its own ancestors makes a tree deeper than that, and there the walk would otherwise
+// go on until the path grew too long for the registry API, one stack frame per level.
+inline constexpr unsigned kTqRegistrySearchDepthLimit = 512;
+
 // Searches keyPath under entry->root in the 64-bit view, sub-keys before the key's own values.
 // 4 = a hit was recorded at or below the key; 5 = key-name hit, go on; 2 = a value matched
 // without a hit; 0 = nothing; negative = -1, -4, -15 (missing key), -16 (access denied), -23.
 int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearchEntry* entry);
 
-// Searches every sub-key of an open key. The found result wins over errors of other children.
+// The same search, descending at most depthLimit levels below keyPath.
+int TqFindRegistryKeyAndOrValueName(const std::string& keyPath, TqRegistrySearchEntry* entry,
+                                    unsigned depthLimit);
+
+// Searches every sub-key of an open key, each as the first level below it. The found result
+// wins over errors of other children.
 int TqFindRegistryProcessSubKey(HKEY key, const std::string& keyPath, std::uint32_t subKeyCount,
                                 TqRegistrySearchEntry* entry);
 

@@ -72,6 +72,11 @@ protected:
     static zeltest::ProcessResult zelplat(const std::string& arguments) {
         return zeltest::RunProgram("\"" + zeltest::BuiltFile("zelplat.exe") + "\" " + arguments);
     }
+    // With the PIN (or whatever a script gives) piped into zelplat's standard input.
+    static zeltest::ProcessResult zelplat(const std::string& arguments, const std::string& input) {
+        return zeltest::RunProgramWithInput(
+            "\"" + zeltest::BuiltFile("zelplat.exe") + "\" " + arguments, input);
+    }
 
     zeltest::Workstation workstation;
     std::optional<zeltest::VirtualCard> card;
@@ -129,7 +134,7 @@ TEST_F(ZelplatCard, ListWithoutAReaderSaysSo) {
 TEST_F(ZelplatCard, CheckOfAValidCardDoesNothingAndExits1) {
     workstation.install(kInstalledAwp);
     insert(zeltest::Relaxed(zeltest::ValidOberthurCardState()));
-    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 1234");
+    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin-stdin", "1234\n");
     EXPECT_EQ(1u, run.exitCode);
     EXPECT_EQ("The card's content is valid; nothing was done.\r\n", run.out);
     EXPECT_EQ(0u, zeltest::ReadCardState().pinPresentations);
@@ -138,7 +143,7 @@ TEST_F(ZelplatCard, CheckOfAValidCardDoesNothingAndExits1) {
 TEST_F(ZelplatCard, CheckClearsTheCacheOfAStaleCardAndExits2) {
     workstation.install(kInstalledAwp);
     insert(refreshingCard());
-    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 1234");
+    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin-stdin", "1234\n");
     EXPECT_EQ(2u, run.exitCode);
     EXPECT_EQ("The card's content was invalid; its cache was cleared and it is valid now.\r\n",
               run.out);
@@ -150,7 +155,7 @@ TEST_F(ZelplatCard, CheckClearsTheCacheOfAStaleCardAndExits2) {
 TEST_F(ZelplatCard, CheckOfAnInvalidCardExits0AfterThreeClears) {
     workstation.install(kInstalledAwp);
     insert(invalidCard());
-    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 1234");
+    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin-stdin", "1234\n");
     EXPECT_EQ(0u, run.exitCode);
     EXPECT_EQ("The card's content is invalid; its cache was cleared three times and it is still "
               "invalid.\r\n",
@@ -161,7 +166,7 @@ TEST_F(ZelplatCard, CheckOfAnInvalidCardExits0AfterThreeClears) {
 TEST_F(ZelplatCard, CheckWithAWrongPinShowsTheReasonAndExitsMinus4) {
     workstation.install(kInstalledAwp);
     insert(invalidCard());
-    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 97531");
+    const auto run = zelplat("card check \"ZelKit Reader 0\"", "97531\r\n");
     EXPECT_EQ(static_cast<DWORD>(-4), run.exitCode);
     EXPECT_EQ("", run.out);
     // Every ERROR line of the library's log, in order: the first check's verdict, the failed
@@ -189,7 +194,7 @@ TEST_F(ZelplatCard, CheckWithAWrongPinShowsTheReasonAndExitsMinus4) {
 
 TEST_F(ZelplatCard, CheckWithoutTheMiddlewareExits3) {
     insert(invalidCard());
-    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 1234");
+    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin-stdin", "1234\n");
     EXPECT_EQ(3u, run.exitCode);
     EXPECT_EQ("The Oberthur middleware is not installed; the card was not checked.\r\n", run.out);
     EXPECT_EQ("", run.err);
@@ -197,7 +202,7 @@ TEST_F(ZelplatCard, CheckWithoutTheMiddlewareExits3) {
 
 TEST_F(ZelplatCard, CheckWithoutAReaderFails) {
     workstation.install(kInstalledAwp);
-    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin 1234");
+    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin-stdin", "1234\n");
     EXPECT_EQ(static_cast<DWORD>(-4), run.exitCode);
     EXPECT_EQ("", run.out);
     const std::string last = "zelplat: (0x00000004) Internal error.\r\n";
@@ -211,7 +216,7 @@ TEST_F(ZelplatCard, CheckWithoutAReaderFails) {
 
 TEST_F(ZelplatCard, ClearCacheBumpsTheCountersThreeTimes) {
     insert(zeltest::Relaxed(zeltest::ValidOberthurCardState()));
-    const auto run = zelplat("card clear-cache \"ZelKit Reader 0\" --pin 1234");
+    const auto run = zelplat("card clear-cache \"ZelKit Reader 0\"", "1234\n");
     EXPECT_EQ(0u, run.exitCode);
     EXPECT_EQ("The card's cache was cleared: its freshness counters were bumped three times.\r\n",
               run.out);
@@ -224,7 +229,7 @@ TEST_F(ZelplatCard, ClearCacheBumpsTheCountersThreeTimes) {
 TEST_F(ZelplatCard, ClearCacheWithAWrongPinShowsTheReasonAndExits4) {
     insert(zeltest::Relaxed(zeltest::ValidOberthurCardState()));
     const int lentBefore = lentLogFiles();
-    const auto run = zelplat("card clear-cache \"ZelKit Reader 0\" --pin 8642");
+    const auto run = zelplat("card clear-cache \"ZelKit Reader 0\" --pin-stdin", "8642\n");
     EXPECT_EQ(4u, run.exitCode);
     EXPECT_EQ("", run.out);
     const std::string wrongPin = "The card cannot be accessed because the wrong PIN was "
@@ -248,7 +253,7 @@ TEST_F(ZelplatCard, ClearCacheWithoutACardExits4) {
     CardState state = zeltest::Relaxed(zeltest::ValidOberthurCardState());
     state.inserted = false;
     insert(state);
-    const auto run = zelplat("card clear-cache \"ZelKit Reader 0\" --pin 1234");
+    const auto run = zelplat("card clear-cache \"ZelKit Reader 0\"", "1234\n");
     EXPECT_EQ(4u, run.exitCode);
     const std::string noCard = "The operation requires a smart card, but no smart card is "
                                "currently in the device. Error Code: (0x8010000c)";
@@ -264,14 +269,86 @@ TEST_F(ZelplatCard, ClearCacheWithoutACardExits4) {
               run.err);
 }
 
+// The text a --pin anywhere among the card words is refused with, before the card's usage.
+const char kPinRefused[] =
+    "zelplat: card: --pin is not accepted: a PIN on the command line is visible to other "
+    "programs; type it when asked, or pipe it with --pin-stdin\r\n\r\n";
+
+TEST_F(ZelplatCard, APinOnTheCommandLineIsRefusedAndNeverPresented) {
+    workstation.install(kInstalledAwp);
+    insert(invalidCard());
+    const std::string usage = zelplat("card --help").out;
+    ASSERT_EQ(0u, usage.find("usage: zelplat card list\r\n")) << usage;
+    for (const char* arguments :
+         {"card check \"ZelKit Reader 0\" --pin 1234",
+          "card clear-cache \"ZelKit Reader 0\" --pin 1234",
+          "card check \"ZelKit Reader 0\" --PIN=1234", "card check --pin 1234 \"ZelKit Reader 0\"",
+          "card check \"ZelKit Reader 0\" --pin-stdin --pin 1234"}) {
+        // Even with the PIN waiting on standard input.
+        const auto run = zelplat(arguments, "1234\n");
+        EXPECT_EQ(1u, run.exitCode) << arguments;
+        EXPECT_EQ("", run.out) << arguments;
+        EXPECT_EQ(kPinRefused + usage, run.err) << arguments;
+    }
+    const CardState state = zeltest::ReadCardState();
+    EXPECT_EQ(0u, state.pinPresentations);
+    EXPECT_EQ(0u, state.cacheBumps);
+}
+
+TEST_F(ZelplatCard, APinPipedWithPinStdinIsPresentedAsTyped) {
+    workstation.install(kInstalledAwp);
+    CardState state = invalidCard();
+    state.pin = "86420135";
+    insert(state);
+    // A wrong PIN would end the clearing at the first presentation with -4.
+    const auto run = zelplat("card check \"ZelKit Reader 0\" --pin-stdin", "86420135\r\n");
+    EXPECT_EQ(0u, run.exitCode);
+    EXPECT_EQ("The card's content is invalid; its cache was cleared three times and it is still "
+              "invalid.\r\n",
+              run.out);
+    EXPECT_EQ("", run.err);
+    EXPECT_EQ(std::string::npos, run.out.find("86420135"));
+    const CardState seen = zeltest::ReadCardState();
+    EXPECT_EQ(3u, seen.pinPresentations);
+    EXPECT_EQ(3u, seen.cacheBumps);
+}
+
+TEST_F(ZelplatCard, AnEmptyOrMissingPinIsRefusedBeforeTheCard) {
+    workstation.install(kInstalledAwp);
+    insert(invalidCard());
+    const struct {
+        const char* arguments;
+        const char* input;
+        const char* err;
+    } cases[] = {
+        {"card check \"ZelKit Reader 0\" --pin-stdin", "\r\n",
+         "zelplat: card: the PIN is empty\r\n"},
+        {"card clear-cache \"ZelKit Reader 0\"", "", "zelplat: card: the PIN is empty\r\n"},
+    };
+    for (const auto& step : cases) {
+        const auto run = zelplat(step.arguments, step.input);
+        EXPECT_EQ(static_cast<DWORD>(-1), run.exitCode) << step.arguments;
+        EXPECT_EQ("", run.out) << step.arguments;
+        EXPECT_EQ(step.err, run.err) << step.arguments;
+    }
+    const auto tooLong = zelplat("card check \"ZelKit Reader 0\"", std::string(256, '1') + "\n");
+    EXPECT_EQ(static_cast<DWORD>(-1), tooLong.exitCode);
+    EXPECT_EQ("zelplat: card: the PIN is longer than 255 characters\r\n", tooLong.err);
+    // No standard input at all.
+    const auto none = zelplat("card check \"ZelKit Reader 0\" --pin-stdin");
+    EXPECT_EQ(static_cast<DWORD>(-1), none.exitCode);
+    EXPECT_EQ("zelplat: card: the PIN could not be read from standard input\r\n", none.err);
+    EXPECT_EQ(0u, zeltest::ReadCardState().pinPresentations);
+}
+
 TEST_F(ZelplatCard, CardHelpAndUnknownWords) {
     for (const char* arguments : {"card --help", "help card"}) {
         const auto run = zelplat(arguments);
         EXPECT_EQ(0u, run.exitCode) << arguments;
         EXPECT_EQ(0u, run.out.find("usage: zelplat card list\r\n")) << arguments;
     }
-    for (const char* arguments :
-         {"card", "card frobnicate", "card check", "card list extra", "card check R --pin"}) {
+    for (const char* arguments : {"card", "card frobnicate", "card check", "card list extra",
+                                  "card check R --pin", "card check R --pin-stdin extra"}) {
         const auto run = zelplat(arguments);
         EXPECT_EQ(1u, run.exitCode) << arguments;
         EXPECT_EQ("", run.out) << arguments;

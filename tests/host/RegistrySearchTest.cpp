@@ -717,4 +717,71 @@ TEST_F(RegistrySearch, AnEntryClearedBetweenSearchesGivesTheSameAnswerAgain) {
     EXPECT_EQ(2u, entry.results.size());
 }
 
+// --- depth ------------------------------------------------------------------------------------
+
+TEST_F(RegistrySearch, TheKeyAtTheDepthLimitIsExaminedButNotWalked) {
+    writeSz("A\\B\\C", "DisplayName", "three down");
+    writeSz("D\\E\\F\\G", "DisplayName", "four down");
+    auto limited = valueSearch(SEARCH_RETURN_DATA, "DisplayName", REG_SZ);
+    CapturedStderr errors;
+    EXPECT_EQ(4, TqFindRegistryKeyAndOrValueName(kScratch, &limited, 3));
+    EXPECT_EQ("", errors.text());
+    EXPECT_EQ(
+        (std::vector<Hit>{DataHit(under("A\\B\\C"), "DisplayName", REG_SZ, SzBytes("three down"))}),
+        Hits(limited));
+    // Nothing below the limit: a value four levels down is not there for the search.
+    auto tooShallow = valueSearch(SEARCH_RETURN_DATA, "DisplayName", REG_SZ);
+    EXPECT_EQ(0, TqFindRegistryKeyAndOrValueName(under("D"), &tooShallow, 2));
+    EXPECT_TRUE(tooShallow.results.empty());
+    // The registry's own nesting limit is far below both.
+    EXPECT_EQ(512u, kTqRegistrySearchDepthLimit);
+    auto unlimited = valueSearch(SEARCH_RETURN_DATA, "DisplayName", REG_SZ);
+    EXPECT_EQ(4, search(unlimited));
+    EXPECT_EQ("", err);
+    EXPECT_EQ((std::vector<Hit>{
+                  DataHit(under("A\\B\\C"), "DisplayName", REG_SZ, SzBytes("three down")),
+                  DataHit(under("D\\E\\F\\G"), "DisplayName", REG_SZ, SzBytes("four down"))}),
+              Hits(unlimited));
+}
+
+// A link back to the start key is followed as Windows follows it: the product below the start
+// key is met again one level deeper each time, down to the depth limit and no further.
+TEST_F(RegistrySearch, ALinkLoopIsWalkedToTheDepthLimitAndNoFurther) {
+    writeSz("A", "DisplayName", "product");
+    const RegistryLinkLoop loop(HKEY_CURRENT_USER, kScratch, "Loop");
+    const auto expectLoopHits = [](const std::vector<Hit>& hits) {
+        std::string loops;
+        for (const Hit& hit : hits) {
+            EXPECT_EQ(DataHit(kScratch + loops + "\\A", "DisplayName", REG_SZ, SzBytes("product")),
+                      hit);
+            loops += "\\Loop";
+        }
+    };
+    auto limited = valueSearch(SEARCH_RETURN_DATA, "DisplayName", REG_SZ);
+    {
+        CapturedStderr errors;
+        EXPECT_EQ(4, TqFindRegistryKeyAndOrValueName(kScratch, &limited, 10));
+        EXPECT_EQ("", errors.text());
+    }
+    // The product at every level from 1 to 10: 9 links down at the deepest.
+    const std::vector<Hit> hits = Hits(limited);
+    EXPECT_EQ(10u, hits.size());
+    expectLoopHits(hits);
+
+    // With the registry's own limit the walk ends at 512 levels on Windows. Wine's RegOpenKeyExA
+    // refuses a path over 255 characters (234, more data), which ends it sooner there: either
+    // way it ends, and the hits found are the same product, level by level.
+    auto unlimited = valueSearch(SEARCH_RETURN_DATA, "DisplayName", REG_SZ);
+    EXPECT_EQ(4, search(unlimited));
+    const std::vector<Hit> deep = Hits(unlimited);
+    EXPECT_GE(kTqRegistrySearchDepthLimit, deep.size());
+    EXPECT_LT(10u, deep.size());
+    expectLoopHits(deep);
+    if (deep.size() < kTqRegistrySearchDepthLimit) {
+        EXPECT_NE(std::string::npos, err.find("Error Code (0x000000ea)")) << err;
+    } else {
+        EXPECT_EQ("", err);
+    }
+}
+
 } // namespace

@@ -228,6 +228,78 @@ DeniedKey::DeniedKey(HKEY root, const std::string& path, REGSAM view, CallSite c
     EXPECT_EQ(ERROR_SUCCESS, ::RegSetKeySecurity(saved_.key(), DACL_SECURITY_INFORMATION, denyAll));
 }
 
+namespace {
+
+std::wstring wideText(const std::string& text) {
+    return std::wstring(text.begin(), text.end());
+}
+
+// The kernel's name of a root key: where a link's target must point.
+std::wstring kernelRootName(HKEY root) {
+    if (root == HKEY_LOCAL_MACHINE) {
+        return L"\\Registry\\Machine\\";
+    }
+    if (root != HKEY_CURRENT_USER) {
+        ADD_FAILURE() << "RegistryLinkLoop knows only HKLM and HKCU";
+        return L"";
+    }
+    TqUniqueHandle token;
+    BYTE user[SECURITY_MAX_SID_SIZE + sizeof(TOKEN_USER)];
+    DWORD size = 0;
+    wchar_t* sid = nullptr;
+    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.put()) ||
+        !::GetTokenInformation(token.get(), TokenUser, user, sizeof user, &size) ||
+        !::ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user)->User.Sid, &sid)) {
+        ADD_FAILURE() << "The user's SID is not known: " << ::GetLastError();
+        return L"";
+    }
+    const TqUniqueLocalMemory owner(sid);
+    return L"\\Registry\\User\\" + std::wstring(sid) + L"\\";
+}
+
+} // namespace
+
+RegistryLinkLoop::RegistryLinkLoop(HKEY root, const std::string& parent, const std::string& name,
+                                   CallSite caller)
+    : root_(root), path_(parent + "\\" + name), made_(caller) {
+    const CallerTrace trace(caller);
+    TqUniqueRegKey link;
+    const LSTATUS created = ::RegCreateKeyExW(
+        root, wideText(path_).c_str(), 0, nullptr, REG_OPTION_CREATE_LINK | REG_OPTION_VOLATILE,
+        KEY_ALL_ACCESS | KEY_WOW64_64KEY, nullptr, link.put(), nullptr);
+    EXPECT_EQ(ERROR_SUCCESS, created) << path_;
+    if (created != ERROR_SUCCESS) {
+        return;
+    }
+    // The target as UTF-16 without a terminator, as the kernel reads it.
+    const std::wstring target = kernelRootName(root) + wideText(parent);
+    EXPECT_EQ(ERROR_SUCCESS, ::RegSetValueExW(link.get(), L"SymbolicLinkValue", 0, REG_LINK,
+                                              reinterpret_cast<const BYTE*>(target.data()),
+                                              static_cast<DWORD>(target.size() * sizeof(wchar_t))));
+    // Through the link a walk finds parent again.
+    EXPECT_TRUE(KeyExists(root, path_ + "\\" + name + "\\" + name, KEY_WOW64_64KEY)) << path_;
+}
+
+RegistryLinkLoop::~RegistryLinkLoop() {
+    const CallerTrace trace(made_);
+    // RegDeleteKey would follow the link and delete its target: the link itself is opened as a
+    // link and deleted through that handle.
+    using NtDeleteKeyFn = LONG(NTAPI*)(HANDLE);
+    const auto ntDeleteKey = reinterpret_cast<NtDeleteKeyFn>(
+        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "NtDeleteKey")));
+    TqUniqueRegKey link;
+    const LSTATUS opened = ::RegOpenKeyExW(root_, wideText(path_).c_str(), REG_OPTION_OPEN_LINK,
+                                           DELETE | KEY_WOW64_64KEY, link.put());
+    EXPECT_EQ(ERROR_SUCCESS, opened) << path_;
+    EXPECT_NE(nullptr, ntDeleteKey);
+    if (opened != ERROR_SUCCESS || ntDeleteKey == nullptr) {
+        return;
+    }
+    EXPECT_EQ(0, ntDeleteKey(link.get())) << path_;
+    link.reset();
+    EXPECT_FALSE(KeyExists(root_, path_, KEY_WOW64_64KEY)) << path_;
+}
+
 BOOL CreateTestProcess(const char* application, std::string& commandLine,
                        SECURITY_ATTRIBUTES* processAttributes, BOOL inheritHandles, DWORD flags,
                        const char* folder, STARTUPINFOA& startup, PROCESS_INFORMATION& created) {
@@ -247,8 +319,30 @@ BOOL CreateTestProcess(const char* application, std::string& commandLine,
     return started;
 }
 
-ProcessResult RunProgram(const std::string& commandLine, CallSite caller) {
-    const CallerTrace trace(caller);
+namespace {
+
+// The read end of a pipe that holds the input, for a child to inherit; the writer is closed.
+TqUniqueHandle inheritedInput(const std::string& input) {
+    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+    TqUniqueHandle reader;
+    TqUniqueHandle writer;
+    // Room for the whole input, so that writing it does not wait for the child.
+    const auto room = static_cast<DWORD>(input.size() + 4096);
+    if (!::CreatePipe(reader.put(), writer.put(), &inherit, room)) {
+        ADD_FAILURE() << "CreatePipe failed: " << ::GetLastError();
+        return reader;
+    }
+    ::SetHandleInformation(writer.get(), HANDLE_FLAG_INHERIT, 0);
+    DWORD written = 0;
+    if (!::WriteFile(writer.get(), input.data(), static_cast<DWORD>(input.size()), &written,
+                     nullptr) ||
+        written != input.size()) {
+        ADD_FAILURE() << "The input could not be written to the pipe: " << ::GetLastError();
+    }
+    return reader;
+}
+
+ProcessResult runProgram(const std::string& commandLine, const std::string* input) {
     ProcessResult result;
     const std::string outPath = uniqueTempPath("zel-out", ".txt");
     const std::string errPath = uniqueTempPath("zel-err", ".txt");
@@ -261,7 +355,8 @@ ProcessResult RunProgram(const std::string& commandLine, CallSite caller) {
         STARTUPINFOA startup{};
         startup.cb = sizeof startup;
         startup.dwFlags = STARTF_USESTDHANDLES;
-        startup.hStdInput = nullptr;
+        const TqUniqueHandle in = input != nullptr ? inheritedInput(*input) : TqUniqueHandle();
+        startup.hStdInput = in.get();
         startup.hStdOutput = out.get();
         startup.hStdError = err.get();
         PROCESS_INFORMATION process{};
@@ -284,6 +379,19 @@ ProcessResult RunProgram(const std::string& commandLine, CallSite caller) {
     ::DeleteFileA(outPath.c_str());
     ::DeleteFileA(errPath.c_str());
     return result;
+}
+
+} // namespace
+
+ProcessResult RunProgram(const std::string& commandLine, CallSite caller) {
+    const CallerTrace trace(caller);
+    return runProgram(commandLine, nullptr);
+}
+
+ProcessResult RunProgramWithInput(const std::string& commandLine, const std::string& input,
+                                  CallSite caller) {
+    const CallerTrace trace(caller);
+    return runProgram(commandLine, &input);
 }
 
 PlatformDll::PlatformDll(CallSite caller)

@@ -95,6 +95,24 @@ private:
     SavedKeySecurity saved_;
 };
 
+// A registry link named name under root\\parent (64-bit view) that leads back to parent itself,
+// the loop a user can make in their own HKCU: every walk through it meets parent again, one
+// level deeper each time. The link is volatile, and the object deletes it (the link, not its
+// target) when it goes. Only HKEY_LOCAL_MACHINE and HKEY_CURRENT_USER are roots it knows.
+class RegistryLinkLoop {
+public:
+    RegistryLinkLoop(HKEY root, const std::string& parent, const std::string& name,
+                     CallSite caller = CallSite::current());
+    ~RegistryLinkLoop();
+    RegistryLinkLoop(const RegistryLinkLoop&) = delete;
+    RegistryLinkLoop& operator=(const RegistryLinkLoop&) = delete;
+
+private:
+    HKEY root_;
+    std::string path_;
+    CallSite made_;
+};
+
 // CreateProcessA for the tests. Under heavy load Wine now and then refuses a start with
 // ERROR_INTERNAL_ERROR, and a second start succeeds: that one error is tried again, once, and
 // the retry is recorded as the test's property "process_start_retried".
@@ -111,6 +129,9 @@ struct ProcessResult {
     std::string err;
 };
 ProcessResult RunProgram(const std::string& commandLine, CallSite caller = CallSite::current());
+// The same with input piped into its standard input; the pipe ends after the input.
+ProcessResult RunProgramWithInput(const std::string& commandLine, const std::string& input,
+                                  CallSite caller = CallSite::current());
 
 // The built ZelPlatformMethods64.dll, loaded the way the client loads it.
 class PlatformDll {

@@ -1,6 +1,7 @@
 #include "card/CardCommands.h"
 
 #include "card/CardList.h"
+#include "card/Pin.h"
 #include "common/PlatformDll.h"
 #include "commandline/Usage.h"
 #include "api/TqZelDLLPlatform.h"
@@ -9,51 +10,51 @@
 
 #include <cstdio>
 #include <fstream>
-#include <io.h>
-#include <iostream>
+#include <cstring>
 
 namespace {
 
+const char kPinOnTheCommandLine[] =
+    "card: --pin is not accepted: a PIN on the command line is visible to other programs; type "
+    "it when asked, or pipe it with --pin-stdin";
+
 struct CardOptions {
     std::string reader;
-    std::string pin;
-    bool pinGiven = false;
+    bool pinFromStdin = false;
 };
 
+// "--pin", and "--pin=..." or any other spelling of it, but not "--pin-stdin".
+bool isPinOnTheCommandLine(const std::string& argument) {
+    return argument.size() >= 5 && _strnicmp(argument.c_str(), "--pin", 5) == 0 &&
+           _stricmp(argument.c_str(), "--pin-stdin") != 0;
+}
+
 bool readOptions(const Arguments& arguments, CardOptions& options) {
-    if (arguments.size() != 2 && arguments.size() != 4) {
+    if (arguments.size() != 2 && arguments.size() != 3) {
         return false;
     }
     options.reader = arguments[1];
-    if (arguments.size() == 4) {
-        if (arguments[2] != "--pin") {
+    if (arguments.size() == 3) {
+        if (_stricmp(arguments[2].c_str(), "--pin-stdin") != 0) {
             return false;
         }
-        options.pin = arguments[3];
-        options.pinGiven = true;
+        options.pinFromStdin = true;
     }
     return true;
 }
 
-// One line from standard input; at a console the typing is not shown.
-std::string readPin() {
+// At a console the PIN is typed without echo; otherwise, and always with --pin-stdin, it is
+// the first line of standard input.
+PinRead readPin(const CardOptions& options, PinBuffer& pin) {
     const HANDLE input = ::GetStdHandle(STD_INPUT_HANDLE);
     DWORD mode = 0;
-    const bool console = _isatty(0) != 0 && ::GetConsoleMode(input, &mode);
-    if (console) {
-        std::fputs("PIN: ", stderr);
-        ::SetConsoleMode(input, mode & ~static_cast<DWORD>(ENABLE_ECHO_INPUT));
+    if (options.pinFromStdin || !::GetConsoleMode(input, &mode)) {
+        return ReadPinLine(input, pin);
     }
-    std::string pin;
-    std::getline(std::cin, pin);
-    if (console) {
-        ::SetConsoleMode(input, mode);
-        std::fputs("\n", stderr);
-    }
-    if (!pin.empty() && pin.back() == '\r') {
-        pin.pop_back();
-    }
-    return pin;
+    std::fputs("PIN: ", stderr);
+    const PinRead read = ReadPinFromConsole(input, pin);
+    std::fputs("\n", stderr);
+    return read;
 }
 
 // The library explains a failed card step only in its log. Without --log the tool lends it a
@@ -136,35 +137,46 @@ int reportClear(int result, const FailureReasons& reasons) {
     return result;
 }
 
-using CardStep = int (*)(TqZelDLLPlatform& platform, const CardOptions& options,
+using CardStep = int (*)(TqZelDLLPlatform& platform, const CardOptions& options, const char* pin,
                          const char* logFile);
 using CardReport = int (*)(int result, const FailureReasons& reasons);
 
 int runCardStep(const Arguments& arguments, const char* logFile, CardStep step, CardReport report) {
+    for (const std::string& argument : arguments) {
+        if (isPinOnTheCommandLine(argument)) {
+            return CommandUsageError("card", kPinOnTheCommandLine);
+        }
+    }
     CardOptions options;
     if (!readOptions(arguments, options)) {
-        return CommandUsageError("card", "card: a reader name (and --pin PIN) expected");
+        return CommandUsageError("card", "card: a reader name (and --pin-stdin) expected");
     }
-    if (!options.pinGiven) {
-        options.pin = readPin();
+    PinBuffer pin;
+    const PinRead read = readPin(options, pin);
+    if (read != PinRead::kRead) {
+        std::fprintf(stderr, "zelplat: card: %s\n", PinReadProblem(read));
+        return -tq::kInvalidArguments;
     }
     const FailureReasons reasons(logFile);
     TqZelDLLPlatform platform;
     int result = 0;
     {
         const LibraryConsole libraryLines;
-        result = step(platform, options, reasons.logFile());
+        result = UseThenWipe(pin, [&](const char* text) {
+            return step(platform, options, text, reasons.logFile());
+        });
     }
     return report(result, reasons);
 }
 
-int checkStep(TqZelDLLPlatform& platform, const CardOptions& options, const char* logFile) {
-    return platform.OberthurSeries8CardCheckAndCacheClear(options.reader.c_str(),
-                                                          options.pin.c_str(), logFile);
+int checkStep(TqZelDLLPlatform& platform, const CardOptions& options, const char* pin,
+              const char* logFile) {
+    return platform.OberthurSeries8CardCheckAndCacheClear(options.reader.c_str(), pin, logFile);
 }
 
-int clearStep(TqZelDLLPlatform& platform, const CardOptions& options, const char* logFile) {
-    return platform.OberthurCacheClear(options.reader.c_str(), options.pin.c_str(), logFile);
+int clearStep(TqZelDLLPlatform& platform, const CardOptions& options, const char* pin,
+              const char* logFile) {
+    return platform.OberthurCacheClear(options.reader.c_str(), pin, logFile);
 }
 
 } // namespace

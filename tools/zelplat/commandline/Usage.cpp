@@ -19,9 +19,10 @@ const char kUsage[] =
     "  doctor --fix [--yes|--dry-run] [--json]\n"
     "                                       apply the fixes the doctor names, asking first\n"
     "  card list                            readers, their cards and the cards' minidrivers\n"
-    "  card check READER [--pin PIN]        check the card's key containers, and clear its\n"
+    "  card check READER [--pin-stdin]      check the card's key containers, and clear its\n"
     "                                       minidriver cache when they look invalid\n"
-    "  card clear-cache READER [--pin PIN]  clear the card's minidriver cache\n"
+    "  card clear-cache READER [--pin-stdin]\n"
+    "                                       clear the card's minidriver cache\n"
     "  enrollment get                       applet the PIV minidriver presents\n"
     "  enrollment set AGILE|COMPATIBILITY   switch the PIV minidriver's applet\n"
     "  file-version PATH                    major file version of a module\n"
@@ -85,8 +86,8 @@ const CommandHelp kCommandHelp[] = {
      "is left).\n"},
     {"card",
      "usage: zelplat card list\n"
-     "       zelplat card check READER [--pin PIN]\n"
-     "       zelplat card clear-cache READER [--pin PIN]\n"
+     "       zelplat card check READER [--pin-stdin]\n"
+     "       zelplat card clear-cache READER [--pin-stdin]\n"
      "\n"
      "  list          every reader, whether a card is in it, the card's ATR, the card name the\n"
      "                smart-card database gives that ATR and the minidriver it names\n"
@@ -99,8 +100,10 @@ const CommandHelp kCommandHelp[] = {
      "  clear-cache   presents the PIN and clears the card's minidriver cache three times,\n"
      "                without checking the card first; exit 0, or 4 when a step failed\n"
      "\n"
-     "Without --pin the PIN is read from standard input (one line). A failure's reason, from\n"
-     "the library's log, is shown on standard error.\n"},
+     "The PIN is asked for and typed without echo at a console; otherwise, and always with\n"
+     "--pin-stdin, it is the first line of standard input (for a script). It is never taken\n"
+     "from the command line, where other programs could read it. A failure's reason, from the\n"
+     "library's log, is shown on standard error.\n"},
     {"enrollment",
      "usage: zelplat enrollment get\n"
      "       zelplat enrollment set AGILE|COMPATIBILITY\n"
