@@ -5,6 +5,9 @@
 // The link Wine 8 has is a Unix symbolic link, which it shows as a reparse point and follows
 // when a file is opened through it: the tests make those with /bin/ln (Wine starts Unix
 // programs), so zelplat meets a real link.
+#include "identityagent/IdentityAgentFixture.h"
+#include "identityagent/TqIdentityAgent.h"
+#include "support/KitProcesses.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -381,12 +384,21 @@ TEST_F(ZelplatFiles, LogToANewFileIsCreated) {
 
 // --- zelplat's own temporary files ---------------------------------------------------------------
 
+// With an agent installed and running, ia makes the library write a line of its own.
+class ZelplatTemporaryFiles : public iatest::IdentityAgentRegistry {};
+
 // The library's console lines go to a file of zelplat's own while it works; it goes away with it.
-TEST_F(ZelplatFiles, TemporaryFilesAreGoneWhenZelplatEnds) {
+TEST_F(ZelplatTemporaryFiles, AreGoneWhenZelplatEnds) {
+    installVessant();
+    zeltest::AgentStandIn agent(kTqKVRAgentExecutable);
+    ASSERT_TRUE(agent.running());
     const int before = zelplatTemporaryFiles();
-    const auto run = zelplat("--verbose ia");
-    // The captured lines, shown: the capture worked.
-    EXPECT_NE(std::string::npos, run.err.find("TqFindRegistryKeyAndOrValueName : ")) << run.err;
+    const auto run = RunProgram("\"" + zeltest::BuiltFile("zelplat.exe") + "\" --verbose ia");
+    EXPECT_EQ(0u, run.exitCode) << run.err;
+    // The captured line, shown: the capture worked.
+    EXPECT_NE(std::string::npos,
+              run.err.find("TqDetectKVRIdentityAgent : Successfully detected KVR IA.\r\n"))
+        << run.err;
     EXPECT_EQ(before, zelplatTemporaryFiles());
 }
 
