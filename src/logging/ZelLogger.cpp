@@ -49,9 +49,11 @@ void ZelLogger::SetFileName(const char* name) {
     fileName_ = name;
     file_.reset();
     // Append mode: every write lands at the end, also when other processes write the file.
-    // Others may read and write it while it is open, not delete or rename it.
-    file_.reset(::CreateFileA(name, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                              OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    // Others may read and write it while it is open, not delete or rename it. When the name is a
+    // named pipe, its server may only identify this process, never act as it.
+    file_.reset(::CreateFileA(
+        name, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+        FILE_ATTRIBUTE_NORMAL | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
     if (!file_) {
         std::cerr << "ZelLogger::SetFileName : Failed to open log file '" << name << "'";
         std::cerr.flush();

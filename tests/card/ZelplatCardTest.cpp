@@ -27,6 +27,20 @@ std::string atrText(const CardState& state) {
     return text;
 }
 
+// The zpl*.tmp files zelplat makes in the temp folder (the log it lends the library).
+int zelplatTemporaryFiles() {
+    char folder[MAX_PATH + 1];
+    const DWORD length = ::GetTempPathA(sizeof folder, folder);
+    WIN32_FIND_DATAA found;
+    const TqUniqueFindHandle search(
+        ::FindFirstFileA((std::string(folder, length) + "zpl*.tmp").c_str(), &found));
+    int count = 0;
+    for (bool more = search.valid(); more; more = ::FindNextFileA(search.get(), &found)) {
+        ++count;
+    }
+    return count;
+}
+
 // The compatibility exchange key has no certificate, however often the cache is reset.
 CardState invalidCard() {
     CardState state = zeltest::Relaxed(zeltest::ValidOberthurCardState());
@@ -166,8 +180,11 @@ TEST_F(ZelplatCard, CheckOfAnInvalidCardExits0AfterThreeClears) {
 TEST_F(ZelplatCard, CheckWithAWrongPinShowsTheReasonAndExitsMinus4) {
     workstation.install(kInstalledAwp);
     insert(invalidCard());
+    const int temporaryFiles = zelplatTemporaryFiles();
     const auto run = zelplat("card check \"ZelKit Reader 0\"", "97531\r\n");
     EXPECT_EQ(static_cast<DWORD>(-4), run.exitCode);
+    // The log zelplat lent the library, read back above, is gone with zelplat.
+    EXPECT_EQ(temporaryFiles, zelplatTemporaryFiles());
     EXPECT_EQ("", run.out);
     // Every ERROR line of the library's log, in order: the first check's verdict, the failed
     // PIN, the sequence's and the operation's own failure.

@@ -421,7 +421,8 @@ TEST_F(ZelplatReport, HelpForTheNewCommands) {
     for (const char* arguments : {"help report", "report --help"}) {
         const auto run = zelplat(arguments);
         EXPECT_EQ(0u, run.exitCode) << arguments;
-        EXPECT_EQ(0u, run.out.find("usage: zelplat report [--json | --table] [--output FILE]\r\n"))
+        EXPECT_EQ(0u, run.out.find(
+                          "usage: zelplat report [--json | --table] [--output FILE [--force]]\r\n"))
             << arguments;
     }
     const auto doctor = zelplat("help doctor");

@@ -2,6 +2,7 @@
 
 #include "card/CardList.h"
 #include "card/Pin.h"
+#include "common/GuardedFiles.h"
 #include "common/PlatformDll.h"
 #include "commandline/Usage.h"
 #include "api/TqZelDLLPlatform.h"
@@ -9,7 +10,6 @@
 #include "logging/ZelLogger.h"
 
 #include <cstdio>
-#include <fstream>
 #include <cstring>
 
 namespace {
@@ -62,19 +62,29 @@ PinRead readPin(const CardOptions& options, PinBuffer& pin) {
 class FailureReasons {
 public:
     explicit FailureReasons(const char* logFile) : given_(logFile) {
-        char folder[MAX_PATH];
-        char path[MAX_PATH];
-        if (given_ == nullptr && ::GetTempPathA(sizeof folder, folder) != 0 &&
-            ::GetTempFileNameA(folder, "zpl", 0, path) != 0) {
-            lent_ = path;
+        if (given_ != nullptr) {
+            return;
+        }
+        // The library opens its log by name, so the file has one; zelplat makes it first, under a
+        // new name, and keeps it open, sharing it with the logger's appending. zelplat reads
+        // it through this handle alone.
+        std::wstring path;
+        file_ = CreateTemporaryFile(
+            GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, 0, path);
+        if (file_ && !NarrowPath(path, lent_)) {
+            file_.reset(); // no name the library could open
         }
     }
     ~FailureReasons() {
-        if (!lent_.empty()) {
-            // The logger keeps its file open and does not share deletion: point it away first.
-            TqLogger().SetFileName("NUL");
-            ::DeleteFileA(lent_.c_str());
+        if (!file_) {
+            return;
         }
+        // The logger keeps its file open and does not share deletion: point it away first.
+        // Then delete on close through a second handle on the same file, not by its name.
+        TqLogger().SetFileName("NUL");
+        const TqUniqueFile deleting(::ReOpenFile(
+            file_.get(), DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+            FILE_FLAG_DELETE_ON_CLOSE));
     }
     FailureReasons(const FailureReasons&) = delete;
     FailureReasons& operator=(const FailureReasons&) = delete;
@@ -82,8 +92,17 @@ public:
     const char* logFile() const { return given_ != nullptr ? given_ : lent_.c_str(); }
 
     void show() const {
-        std::ifstream log(lent_);
-        for (std::string line; !lent_.empty() && std::getline(log, line);) {
+        if (!file_) {
+            return;
+        }
+        const std::string text = ReadAll(file_.get());
+        std::size_t start = 0;
+        for (std::size_t end = text.find('\n'); end != std::string::npos;
+             start = end + 1, end = text.find('\n', start)) {
+            std::string line = text.substr(start, end - start);
+            if (!line.empty() && line.back() == '\r') {
+                line.pop_back();
+            }
             const std::size_t level = line.find("[ERROR] ");
             if (level != std::string::npos) {
                 std::fprintf(stderr, "zelplat: %s\n", line.substr(level).c_str());
@@ -94,6 +113,7 @@ public:
 private:
     const char* given_;
     std::string lent_;
+    TqUniqueFile file_;
 };
 
 // What the check did, by the check's result.

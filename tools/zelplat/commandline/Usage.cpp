@@ -12,7 +12,7 @@ const char kUsage[] =
     "Asks ZelPlatformMethods64.dll (next to zelplat.exe) about this workstation.\n"
     "\n"
     "commands:\n"
-    "  report [--json|--table] [--output FILE]\n"
+    "  report [--json|--table] [--output FILE [--force]]\n"
     "                                       every read-only answer in one document\n"
     "  doctor [--json]                      what is wrong here, and the command that fixes it\n"
     "                                       (exit 0: nothing, 1: warnings, 2: problems)\n"
@@ -39,7 +39,8 @@ const char kUsage[] =
     "  help COMMAND                         more about one command (also: COMMAND --help)\n"
     "\n"
     "options:\n"
-    "  --log FILE   append the library's log lines to FILE\n"
+    "  --log FILE   append the library's log lines to FILE (an ordinary file, not a link,\n"
+    "               device or pipe)\n"
     "  --verbose    show the library's own console lines on standard error\n"
     "  --help       show this text\n"
     "  --version    show zelplat's version\n"
@@ -55,7 +56,7 @@ struct CommandHelp {
 
 const CommandHelp kCommandHelp[] = {
     {"report",
-     "usage: zelplat report [--json | --table] [--output FILE]\n"
+     "usage: zelplat report [--json | --table] [--output FILE [--force]]\n"
      "\n"
      "Every read-only answer of the library in one document, and the registry entries behind\n"
      "them. Nothing on the workstation is changed. Sections: library, fileVersions,\n"
@@ -65,9 +66,15 @@ const CommandHelp kCommandHelp[] = {
      "\n"
      "  --json          one JSON object (the default); its schema is docs/report.schema.json\n"
      "  --table         the same answers as aligned SECTION / FIELD / VALUE lines\n"
-     "  --output FILE   write the document to FILE instead of standard output\n"
+     "  --output FILE   write the document to FILE instead of standard output; FILE must\n"
+     "                  not exist yet\n"
+     "  --force         with --output: replace FILE when it is an ordinary file\n"
      "\n"
-     "Exit code 0 when the report was made, whatever it says.\n"},
+     "FILE is refused when it is a device, a pipe, a link (reparse point), has other hard\n"
+     "links or, through a linked folder, leads elsewhere.\n"
+     "\n"
+     "Exit code 0 when the report was made, whatever it says; 19 when FILE cannot be\n"
+     "written.\n"},
     {"doctor",
      "usage: zelplat doctor [--json]\n"
      "       zelplat doctor --fix [--yes | --dry-run] [--json]\n"

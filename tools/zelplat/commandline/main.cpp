@@ -4,7 +4,9 @@
 #include "library/LibraryCommands.h"
 #include "report/ReportCommand.h"
 #include "commandline/Usage.h"
+#include "common/GuardedFiles.h"
 #include "common/PlatformDll.h"
+#include "base/TqResultCodes.h"
 #include "ZelVersion.h"
 
 #include <windows.h>
@@ -38,6 +40,15 @@ int help(const Arguments& words) {
 }
 
 int run(const Arguments& words, const char* logFile) {
+    // The library appends to the log by name, following what the name leads to: only an
+    // ordinary file, or none yet, is handed over.
+    if (logFile != nullptr) {
+        const std::string problem = LogFileProblem(logFile);
+        if (!problem.empty()) {
+            std::fprintf(stderr, "zelplat: cannot log to %s: %s\n", logFile, problem.c_str());
+            return tq::kInvalidArguments;
+        }
+    }
     if (words.empty()) {
         return UsageError("no command given");
     }
@@ -66,6 +77,7 @@ int main(int argc, char** argv) {
     // downloads folder or a share where anyone may have left a version.dll). Every import that is
     // not a KnownDLL is delay-loaded, so nothing was mapped along the default order before this.
     ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
+    EnforceRedirectionTrust();
     Arguments words(argv + 1, argv + argc);
     if (!words.empty() && words[0] == "--help") {
         PrintUsage();

@@ -1,5 +1,6 @@
 #include "common/PlatformDll.h"
 
+#include "common/GuardedFiles.h"
 #include "base/TqResultCodes.h"
 
 #include <cstdio>
@@ -122,19 +123,21 @@ void ShowLibraryLines(bool show) {
 }
 
 LibraryConsole::LibraryConsole() {
-    char folder[MAX_PATH + 1] = {};
-    char name[MAX_PATH + 1] = {};
-    const DWORD length = ::GetTempPathA(sizeof folder, folder);
-    if (length == 0 || length > MAX_PATH || ::GetTempFileNameA(folder, "zpl", 0, name) == 0) {
+    // Made once under a new name and used only through this handle; it goes away when the last
+    // descriptor on it closes.
+    std::wstring path;
+    TqUniqueFile capture = CreateTemporaryFile(GENERIC_READ | GENERIC_WRITE | DELETE, 0,
+                                               FILE_FLAG_DELETE_ON_CLOSE, path);
+    if (!capture) {
         finished_ = true; // nothing captured: the library's lines stay on the streams
         return;
     }
-    path_ = name;
-    file_ = _open(name, _O_RDWR | _O_BINARY | _O_TRUNC);
+    file_ = _open_osfhandle(reinterpret_cast<intptr_t>(capture.get()), _O_BINARY);
     if (file_ == -1) {
         finished_ = true;
         return;
     }
+    capture.release(); // the descriptor owns the handle now
     std::fflush(stdout);
     std::fflush(stderr);
     savedOutput_ = _dup(1);
@@ -147,9 +150,6 @@ LibraryConsole::~LibraryConsole() {
     lines();
     if (file_ != -1) {
         _close(file_);
-    }
-    if (!path_.empty()) {
-        ::DeleteFileA(path_.c_str());
     }
 }
 

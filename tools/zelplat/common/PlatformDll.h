@@ -64,7 +64,6 @@ public:
     const std::vector<std::string>& lines();
 
 private:
-    std::string path_;
     int file_ = -1;
     int savedOutput_ = -1;
     int savedError_ = -1;

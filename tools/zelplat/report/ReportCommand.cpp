@@ -3,16 +3,19 @@
 #include "report/Report.h"
 #include "report/ReportTable.h"
 #include "commandline/Usage.h"
+#include "common/GuardedFiles.h"
+#include "common/PlatformDll.h"
 #include "base/TqResultCodes.h"
 
 #include <cstdio>
-#include <fstream>
 
 namespace {
 
 struct ReportOptions {
     bool table = false;
+    bool outputGiven = false;
     std::string outputFile;
+    bool force = false;  // --output may replace an existing ordinary file
     std::string problem; // non-empty: the arguments were not understood
 };
 
@@ -24,28 +27,39 @@ ReportOptions readOptions(const Arguments& arguments) {
         if ((word == "--json" || word == "--table") && !formatGiven) {
             options.table = word == "--table";
             formatGiven = true;
-        } else if (word == "--output" && at + 1 < arguments.size() && options.outputFile.empty()) {
+        } else if (word == "--output" && at + 1 < arguments.size() && !options.outputGiven) {
             options.outputFile = arguments[++at];
+            options.outputGiven = true;
+        } else if (word == "--force" && !options.force) {
+            options.force = true;
         } else {
             options.problem = "report: unknown or repeated option '" + word + "'";
         }
     }
+    if (options.problem.empty() && options.outputGiven && options.outputFile.empty()) {
+        options.problem = "report: --output needs a file name";
+    } else if (options.problem.empty() && options.force && !options.outputGiven) {
+        options.problem = "report: --force goes with --output FILE";
+    }
     return options;
 }
 
-int writeOutput(const std::string& text, const std::string& outputFile) {
-    if (outputFile.empty()) {
-        std::fputs(text.c_str(), stdout);
-        return 0;
+int cannotWrite(const std::string& outputFile, const std::string& why) {
+    std::fprintf(stderr, "zelplat: cannot write %s: %s\n", outputFile.c_str(), why.c_str());
+    return tq::kFileAccessFailed;
+}
+
+// The file holds what standard output would have shown: its lines end in CR LF.
+std::string withCarriageReturns(const std::string& text) {
+    std::string converted;
+    converted.reserve(text.size() + text.size() / 32);
+    for (const char c : text) {
+        if (c == '\n') {
+            converted += '\r';
+        }
+        converted += c;
     }
-    std::ofstream file(outputFile);
-    file << text;
-    file.close();
-    if (!file) {
-        std::fprintf(stderr, "zelplat: cannot write %s\n", outputFile.c_str());
-        return tq::kFileAccessFailed;
-    }
-    return 0;
+    return converted;
 }
 
 } // namespace
@@ -59,7 +73,22 @@ int RunReportCommand(const Arguments& arguments, const char* logFile) {
     if (!dll.loaded()) {
         return tq::kLoadFailed;
     }
+    // The file is made and checked before the report, which takes a while, is built.
+    OutputFile output;
+    if (options.outputGiven) {
+        output = CreateOutputFile(options.outputFile, options.force);
+        if (!output.problem.empty()) {
+            return cannotWrite(options.outputFile, output.problem);
+        }
+    }
     const ReportJson report = BuildReport(dll, logFile);
-    return writeOutput(options.table ? FormatReportTable(report) : ReportText(report),
-                       options.outputFile);
+    const std::string text = options.table ? FormatReportTable(report) : ReportText(report);
+    if (!options.outputGiven) {
+        std::fputs(text.c_str(), stdout);
+        return 0;
+    }
+    if (!WriteAll(output.file.get(), withCarriageReturns(text))) {
+        return cannotWrite(options.outputFile, "Windows error " + std::to_string(::GetLastError()));
+    }
+    return 0;
 }
