@@ -353,6 +353,11 @@ TEST_F(ZelplatSampleWorkstation, UndoRecordHoldsThePreFixBytesAndUndoPutsThemBac
 
 // The library stops at its first failure; zelplat puts back what it had written already.
 TEST_F(ZelplatSampleWorkstation, FixThatFailsAfterItsFirstWritesLeavesBothViewsAsBefore) {
+    // A hand-tuned 64-bit entry, which the library overwrites before it fails on the 32-bit view.
+    const std::string tuned = "Hand Tuned KSP";
+    zeltest::WriteExactValue(HKEY_LOCAL_MACHINE, kTqJcopContactKey,
+                             "Smart Card Key Storage Provider", REG_SZ,
+                             std::vector<BYTE>(tuned.begin(), tuned.end()), KEY_WOW64_64KEY);
     const std::vector<zeltest::StoredValue> before = entryValues();
     zeltest::ProcessResult fixed;
     {
