@@ -351,6 +351,11 @@ TEST_F(ZelplatSampleWorkstation, UndoRecordHoldsThePreFixBytesAndUndoPutsThemBac
     EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0xFF, 0xFF}), atrFirstBytes());
 }
 
+// The machine-wide records' folder is made, and kept, with the DACL
+// "D:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)" (administrators and SYSTEM only). Wine does not keep a
+// file's or folder's security: it answers with SYSTEM and the user whatever was set, so that DACL
+// cannot be checked here.
+
 // The library stops at its first failure; zelplat puts back what it had written already.
 TEST_F(ZelplatSampleWorkstation, FixThatFailsAfterItsFirstWritesLeavesBothViewsAsBefore) {
     // A hand-tuned 64-bit entry, which the library overwrites before it fails on the 32-bit view.
