@@ -475,8 +475,9 @@ TEST_F(ZelplatReport, UndoRemovesTheKeysTheFixCreated) {
     DWORD size = sizeof computer;
     ASSERT_TRUE(::GetComputerNameA(computer, &size));
     zeltest::DeleteKeyTree(HKEY_CURRENT_USER, "SOFTWARE\\Oberthur Technologies");
-    setApplet();
-    ASSERT_TRUE(zeltest::KeyExists(HKEY_CURRENT_USER, kTqEnrollmentKey));
+    // The applet set as the library sets AGILE: a 4-byte DWORD 0.
+    zeltest::WriteValue(HKEY_CURRENT_USER, kTqEnrollmentKey, kTqEnrollmentValue, REG_DWORD,
+                        {0, 0, 0, 0});
     // A record made before the applet was set: the key did not exist.
     const json record = {
         {"schemaVersion", 1},
