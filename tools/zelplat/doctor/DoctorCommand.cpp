@@ -164,6 +164,11 @@ void printFailures(const char* lead, const std::vector<KeyFailure>& failures, st
 // cannot open for writing named. Nothing is written.
 bool refusedForRights(RepairScope scope, const std::vector<TouchedKey>& keys,
                       const ProcessAccount& account, std::FILE* out) {
+    if (scope == RepairScope::kMachine && !RunsElevated()) {
+        // A process that is not elevated cannot be made under Wine, where every one is.
+        std::fputs("  refused: needs an administrator\n", out);
+        return true;
+    }
     if (scope == RepairScope::kUser) {
         const std::string reason = NotTheWorkstationUser(account);
         if (!reason.empty()) {
@@ -172,14 +177,10 @@ bool refusedForRights(RepairScope scope, const std::vector<TouchedKey>& keys,
             return true;
         }
     }
+    // The keys' own security decides even for an administrator.
     const std::vector<KeyFailure> failures = CheckWriteAccess(keys);
     if (failures.empty()) {
         return false;
-    }
-    // The keys' own security decides; without elevation that is the usual reason. A process
-    // that is not elevated cannot be made under Wine, where every one is.
-    if (scope == RepairScope::kMachine && !RunsElevated()) {
-        std::fputs("  refused: needs an administrator\n", out);
     }
     printFailures("refused, nothing written", failures, out);
     return true;
