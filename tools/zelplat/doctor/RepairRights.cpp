@@ -49,10 +49,11 @@ bool RunsElevated() {
            elevation.TokenIsElevated != 0;
 }
 
-// The interactive user is the owner of the shell of the console session. A process of another
-// account (elevated as an administrator's account, or started by a management tool as SYSTEM)
-// has HKCU of that account, not of the person at the workstation. Under Wine every process runs
-// as the one user, elevated, so only the path where the accounts agree can be tested there.
+// The interactive user is the owner of the shell, explorer.exe (the first one found: a
+// workstation has one interactive session; a terminal server is not this tool's setting). A
+// process of another account (elevated as an administrator's account, or started by a management
+// tool as SYSTEM) has HKCU of that account, not of the person at the workstation. Under Wine
+// every process runs as the one user, so only the path where the accounts agree can be tested.
 std::string NotTheWorkstationUser(const ProcessAccount& account) {
     if (!account.read) {
         return "this process's account cannot be read";
