@@ -9,6 +9,8 @@
 #include "support/TestSupport.h"
 #include "support/Workstation.h"
 
+#include <sddl.h>
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -31,6 +33,25 @@ std::string wow64File(const char* name) {
 
 using nlohmann::json;
 using Rules = std::vector<std::string>;
+
+// "S-1-5-21-...": the SID of this process's user, as an undo record names its account.
+std::string currentUserSid() {
+    TqUniqueHandle token;
+    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.put())) {
+        return "";
+    }
+    BYTE buffer[256] = {};
+    DWORD size = 0;
+    if (!::GetTokenInformation(token.get(), TokenUser, buffer, sizeof buffer, &size)) {
+        return "";
+    }
+    char* text = nullptr;
+    if (!::ConvertSidToStringSidA(reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid, &text)) {
+        return "";
+    }
+    const TqUniqueLocalMemory owned(text);
+    return text;
+}
 
 const zeltest::InstalledProgram kInstalledAwp = {
     "{ZELTEST-AWP}", "AWP 5.2.1 (64-bit)", "Oberthur Technologies", "5.2.1.77", 5, 2};
@@ -253,7 +274,7 @@ TEST_F(ZelplatReport, OutputOptionWritesTheDocumentIntoTheFile) {
 TEST_F(ZelplatReport, UnknownReportOptionShowsTheReportsUsage) {
     for (const char* arguments : {"report --yaml", "report --json --table", "report --output"}) {
         const auto run = zelplat(arguments);
-        EXPECT_EQ(1u, run.exitCode) << arguments;
+        EXPECT_EQ(30u, run.exitCode) << arguments;
         EXPECT_EQ("", run.out) << arguments;
         EXPECT_NE(std::string::npos, run.err.find("usage: zelplat report [--json | --table]"))
             << arguments;
@@ -364,6 +385,134 @@ TEST_F(ZelplatReport, RuleSpringCheckRecordMismatch) {
     EXPECT_EQ(Rules{}, doctorRules(0));
 }
 
+// A per-user fix, run as the workstation's user (under Wine the only user there is): its record
+// is the user's, and the undo brings back the left-over record's bytes, and the key's absence.
+TEST_F(ZelplatReport, PerUserFixWritesTheUsersUndoRecordAndUndoPutsTheValuesBack) {
+    std::vector<BYTE> stored(kTqZelCheckSize);
+    for (std::size_t at = 0; at < stored.size(); ++at) {
+        stored[at] = static_cast<BYTE>(at * 7);
+    }
+    zeltest::WriteValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue, REG_BINARY, stored);
+    zeltest::DeleteKeyTree(HKEY_CURRENT_USER, "SOFTWARE\\Oberthur Technologies");
+
+    const auto fixed = zelplat("doctor --fix --yes");
+    EXPECT_EQ(0u, fixed.exitCode) << fixed.out;
+    const std::string lead = "undo record: ";
+    const std::size_t at = fixed.out.find(lead);
+    ASSERT_NE(std::string::npos, at) << fixed.out;
+    const std::string path =
+        fixed.out.substr(at + lead.size(), fixed.out.find("\r\n", at) - at - lead.size());
+    EXPECT_EQ("fix spring-check-record-mismatch: zelplat ia spring-check default\r\n"
+              "  per-user: must run as the workstation's user\r\n"
+              "\r\n"
+              "undo record: " +
+                  path +
+                  "\r\n"
+                  "zelplat ia spring-check default: applied\r\n"
+                  "\r\n"
+                  "doctor: nothing wrong found\r\n",
+              fixed.out);
+    EXPECT_EQ(0u,
+              path.find(std::string(std::getenv("LOCALAPPDATA")) + "\\ZelPlatform\\repairs\\fix-"))
+        << path;
+    EXPECT_FALSE(zeltest::ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue).present);
+
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    in.close();
+    const json record = json::parse(text.str(), nullptr, false);
+    EXPECT_EQ(std::vector<std::string>{},
+              zeltest::SchemaViolations(zeltest::DocsSchema("undo-record.schema.json"), record));
+    EXPECT_EQ("user", record["scope"]);
+    // Only the user's keys: the applet's (not there) and the agent's.
+    ASSERT_EQ(2u, record["keys"].size());
+    EXPECT_EQ(false, record["keys"][0]["existed"]);
+    EXPECT_EQ("SOFTWARE\\Oberthur Technologies", record["keys"][0]["missingFrom"]);
+    EXPECT_EQ((json{{"name", kTqZelCheckValue},
+                    {"present", true},
+                    {"type", "REG_BINARY"},
+                    {"data",
+                     [&] {
+                         std::string hex;
+                         for (const BYTE byte : stored) {
+                             hex += "0123456789ABCDEF"[byte >> 4];
+                             hex += "0123456789ABCDEF"[byte & 15];
+                         }
+                         return hex;
+                     }()}}),
+              record["keys"][1]["values"][1]);
+
+    // The key the undo finds gone again is made, and its value put back with its bytes.
+    zeltest::DeleteKeyTree(HKEY_CURRENT_USER, kTqIAUserKey);
+    const auto undone = zelplat("doctor --undo \"" + path + "\"");
+    EXPECT_EQ(0u, undone.exitCode) << undone.out << undone.err;
+    const auto back = zeltest::ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue);
+    EXPECT_TRUE(back.present);
+    EXPECT_EQ(static_cast<DWORD>(REG_BINARY), back.type);
+    EXPECT_EQ(stored, back.data);
+    EXPECT_FALSE(
+        zeltest::ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqCardRemovalCheckValue).present);
+    EXPECT_FALSE(zeltest::KeyExists(HKEY_CURRENT_USER, "SOFTWARE\\Oberthur Technologies"));
+    ::DeleteFileA(path.c_str());
+    const std::size_t undoAt = undone.out.find(lead);
+    if (undoAt != std::string::npos) {
+        ::DeleteFileA(undone.out
+                          .substr(undoAt + lead.size(),
+                                  undone.out.find("\r\n", undoAt) - undoAt - lead.size())
+                          .c_str());
+    }
+}
+
+// The applet's key, missing before a fix made it, goes again with the undo.
+TEST_F(ZelplatReport, UndoRemovesTheKeysTheFixCreated) {
+    const std::string path = [] {
+        char temp[MAX_PATH + 1] = {};
+        ::GetTempPathA(sizeof temp, temp);
+        return std::string(temp) + "zelplat-applet-undo.json";
+    }();
+    char computer[MAX_COMPUTERNAME_LENGTH + 1] = {};
+    DWORD size = sizeof computer;
+    ASSERT_TRUE(::GetComputerNameA(computer, &size));
+    zeltest::DeleteKeyTree(HKEY_CURRENT_USER, "SOFTWARE\\Oberthur Technologies");
+    // The applet set as the library sets AGILE: a 4-byte DWORD 0.
+    zeltest::WriteValue(HKEY_CURRENT_USER, kTqEnrollmentKey, kTqEnrollmentValue, REG_DWORD,
+                        {0, 0, 0, 0});
+    // A record made before the applet was set: the key did not exist.
+    const json record = {
+        {"schemaVersion", 1},
+        {"scope", "user"},
+        {"time", "2026-11-25T13:00:00Z"},
+        {"computer", std::string(computer, size)},
+        {"account", {{"name", "x"}, {"sid", currentUserSid()}}},
+        {"command", "doctor --fix"},
+        {"findings", json::array()},
+        {"fixes", json::array({"zelplat enrollment set AGILE"})},
+        {"keys", json::array({{{"family", "enrollment"},
+                               {"root", "HKCU"},
+                               {"path", kTqEnrollmentKey},
+                               {"view", "none"},
+                               {"existed", false},
+                               {"missingFrom", "SOFTWARE\\Oberthur Technologies"},
+                               {"values", json::array({{{"name", kTqEnrollmentValue},
+                                                        {"present", false},
+                                                        {"type", nullptr},
+                                                        {"data", nullptr}}})}}})}};
+    EXPECT_EQ(std::vector<std::string>{},
+              zeltest::SchemaViolations(zeltest::DocsSchema("undo-record.schema.json"), record));
+    { std::ofstream(path, std::ios::binary) << record.dump(2); }
+    const auto undone = zelplat("doctor --undo \"" + path + "\"");
+    ::DeleteFileA(path.c_str());
+    EXPECT_EQ(0u, undone.exitCode) << undone.out << undone.err;
+    EXPECT_FALSE(zeltest::KeyExists(HKEY_CURRENT_USER, "SOFTWARE\\Oberthur Technologies"));
+    const std::string lead = "undo record: ";
+    const std::size_t at = undone.out.find(lead);
+    ASSERT_NE(std::string::npos, at) << undone.out;
+    ::DeleteFileA(
+        undone.out.substr(at + lead.size(), undone.out.find("\r\n", at) - at - lead.size())
+            .c_str());
+}
+
 TEST_F(ZelplatReport, RuleSpringCheckRestartPending) {
     installVessant();
     {
@@ -393,7 +542,14 @@ TEST_F(ZelplatReport, RuleRegistryAccessDenied) {
     json findings;
     {
         const zeltest::DeniedKey denied(HKEY_LOCAL_MACHINE, entry, KEY_WOW64_64KEY);
-        EXPECT_EQ(Rules{"registry-access-denied"}, doctorRules(1, &findings));
+        // The search for the OT middleware failed on that key: the doctor cannot say whether it
+        // is installed, and its exit code says so.
+        EXPECT_EQ(Rules{"registry-access-denied"}, doctorRules(10, &findings));
+        const auto run = zelplat("doctor");
+        EXPECT_EQ(10u, run.exitCode);
+        EXPECT_EQ("zelplat: doctor: could not assess: oberthur: The installed programs could not "
+                  "be searched.\r\n",
+                  run.err);
     }
     EXPECT_EQ((json{{"deniedKeys", json::array({"HKLM\\" + entry + " (64-bit view)"})}}),
               findings["findings"][0]["facts"]);
@@ -428,12 +584,13 @@ TEST_F(ZelplatReport, HelpForTheNewCommands) {
     const auto doctor = zelplat("help doctor");
     EXPECT_EQ(0u, doctor.exitCode);
     EXPECT_NE(std::string::npos,
-              doctor.out.find("Exit code 0: nothing found; 1: warnings only; 2: at least one "
-                              "problem (after --fix: what\r\nis left).\r\n"));
+              doctor.out.find("\r\nExit codes:\r\n   0  healthy: nothing found\r\n"));
     EXPECT_EQ(0u, doctor.out.find("usage: zelplat doctor [--json]\r\n"
-                                  "       zelplat doctor --fix [--yes | --dry-run] [--json]\r\n"));
+                                  "       zelplat doctor --fix [--yes | --dry-run] [--scope "
+                                  "machine|user] [--json]\r\n"
+                                  "       zelplat doctor --undo FILE\r\n"));
     const auto unknown = zelplat("help frobnicate");
-    EXPECT_EQ(1u, unknown.exitCode);
+    EXPECT_EQ(30u, unknown.exitCode);
     EXPECT_NE(std::string::npos, unknown.err.find("usage: zelplat"));
 }
 

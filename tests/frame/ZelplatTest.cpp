@@ -77,7 +77,7 @@ TEST_F(Zelplat, AppletInAnyLetterCaseSwitchesToItsWord) {
 // An unknown word never reaches the library: nothing is written, the words are listed.
 TEST_F(Zelplat, UnknownAppletIsRefusedWithTheWords) {
     const auto run = zelplat("enrollment set sideways");
-    EXPECT_EQ(1u, run.exitCode);
+    EXPECT_EQ(30u, run.exitCode);
     EXPECT_EQ("", run.out);
     EXPECT_EQ(
         "zelplat: enrollment set: 'sideways' is not one of the words AGILE, COMPATIBILITY\r\n",
@@ -107,10 +107,10 @@ TEST_F(Zelplat, LogOptionSendsTheLibrarysLinesToTheFile) {
         text.find("[WARN] TqZelPlatformMethods::TqGetEnrollmentMode : Registry VKey Not Set\r\n"));
 }
 
-TEST_F(Zelplat, UnknownCommandOrMissingArgumentShowsUsageAndExits1) {
+TEST_F(Zelplat, UnknownCommandOrMissingArgumentShowsUsageAndExits30) {
     for (const char* arguments : {"", "enrollment", "enrollment set", "frobnicate", "--log"}) {
         const auto run = zelplat(arguments);
-        EXPECT_EQ(1u, run.exitCode) << arguments;
+        EXPECT_EQ(30u, run.exitCode) << arguments;
         EXPECT_EQ("", run.out) << arguments;
         EXPECT_NE(std::string::npos, run.err.find("usage: zelplat")) << arguments;
     }
@@ -309,11 +309,11 @@ TEST_F(ZelplatIdentityAgent, FailedDetectionPrintsTheAnswerAndExitsWithItsCode) 
     EXPECT_EQ(explanation, run.err.substr(run.err.size() - explanation.size()));
 }
 
-TEST_F(ZelplatIdentityAgent, UnknownIaWordsShowUsageAndExit1) {
+TEST_F(ZelplatIdentityAgent, UnknownIaWordsShowUsageAndExit30) {
     for (const char* arguments : {"ia spring-check", "ia spring-check on", "ia --tables",
                                   "ia --table extra", "ia spring-check off now"}) {
         const auto run = zelplat(arguments);
-        EXPECT_EQ(1u, run.exitCode) << arguments;
+        EXPECT_EQ(30u, run.exitCode) << arguments;
         EXPECT_EQ("", run.out) << arguments;
         EXPECT_NE(std::string::npos, run.err.find("usage: zelplat")) << arguments;
     }
@@ -404,7 +404,7 @@ TEST_F(ZelplatMiddleware, AtrSetThenGet) {
     EXPECT_EQ(0u, run.err.find("TqSetATRMiddlewareDetection : 64Bit Env\r\n"));
     EXPECT_EQ("GEMSAFE\r\n", zelplat("atr get").out);
     run = zelplat("atr set gem");
-    EXPECT_EQ(1u, run.exitCode);
+    EXPECT_EQ(30u, run.exitCode);
     EXPECT_EQ("zelplat: atr set: 'gem' is not one of the words GEMSAFE, PIVMINIDRIVER\r\n",
               run.err);
 }

@@ -112,7 +112,11 @@ std::vector<std::string> SchemaViolations(const nlohmann::json& schema,
 }
 
 nlohmann::json ReportSchema() {
-    std::ifstream file(BuiltFile("report.schema.json"));
+    return DocsSchema("report.schema.json");
+}
+
+nlohmann::json DocsSchema(const char* fileName) {
+    std::ifstream file(BuiltFile(fileName));
     return nlohmann::json::parse(file, nullptr, false);
 }
 

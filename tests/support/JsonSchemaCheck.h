@@ -19,4 +19,8 @@ std::vector<std::string> SchemaViolations(const nlohmann::json& schema,
 // docs/report.schema.json, as the build copies it beside the test programs.
 nlohmann::json ReportSchema();
 
+// A schema of docs/ by its file name ("doctor.schema.json", "undo-record.schema.json"), as the
+// build copies it beside the test programs.
+nlohmann::json DocsSchema(const char* fileName);
+
 } // namespace zeltest

@@ -1,6 +1,6 @@
 #include "commandline/Usage.h"
 
-#include "base/TqResultCodes.h"
+#include "common/ExitCodes.h"
 
 #include <cstdio>
 
@@ -16,8 +16,10 @@ const char kUsage[] =
     "                                       every read-only answer in one document\n"
     "  doctor [--json]                      what is wrong here, and the command that fixes it\n"
     "                                       (exit 0: nothing, 1: warnings, 2: problems)\n"
-    "  doctor --fix [--yes|--dry-run] [--json]\n"
-    "                                       apply the fixes the doctor names, asking first\n"
+    "  doctor --fix [--yes|--dry-run] [--scope machine|user] [--json]\n"
+    "                                       apply the fixes the doctor names, asking first,\n"
+    "                                       with an undo record\n"
+    "  doctor --undo FILE                   put back what an undo record holds\n"
     "  card list                            readers, their cards and the cards' minidrivers\n"
     "  card check READER [--pin-stdin]      check the card's key containers, and clear its\n"
     "                                       minidriver cache when they look invalid\n"
@@ -52,6 +54,7 @@ const char kUsage[] =
 struct CommandHelp {
     const char* command;
     const char* text;
+    const char* exitCodes = ""; // the table of the codes a management tool decides by
 };
 
 const CommandHelp kCommandHelp[] = {
@@ -77,7 +80,8 @@ const CommandHelp kCommandHelp[] = {
      "written.\n"},
     {"doctor",
      "usage: zelplat doctor [--json]\n"
-     "       zelplat doctor --fix [--yes | --dry-run] [--json]\n"
+     "       zelplat doctor --fix [--yes | --dry-run] [--scope machine|user] [--json]\n"
+     "       zelplat doctor --undo FILE\n"
      "\n"
      "Reads the report and says what is wrong with this workstation's smart-card setup: for\n"
      "each finding its rule, its severity (problem or warning), the facts it read and the\n"
@@ -88,9 +92,18 @@ const CommandHelp kCommandHelp[] = {
      "              set, ia spring-check), each after asking; then run the rules again\n"
      "  --yes       with --fix: apply without asking, for a script\n"
      "  --dry-run   with --fix: only show what would be applied\n"
+     "  --scope     with --fix: only the machine-wide fixes (atr set; run as an\n"
+     "              administrator or SYSTEM) or only the per-user ones (enrollment set, ia\n"
+     "              spring-check; run as the workstation's user)\n"
+     "  --undo      put back every value an undo record holds, after writing a record of\n"
+     "              its own (exit 0 when all of it is back)\n"
      "\n"
-     "Exit code 0: nothing found; 1: warnings only; 2: at least one problem (after --fix: what\n"
-     "is left).\n"},
+     "Before a fix changes anything, the values it may touch are written to a new undo\n"
+     "record: %ProgramData%\\ZelPlatform\\repairs\\ for machine-wide fixes (administrators\n"
+     "and SYSTEM only), %LOCALAPPDATA%\\ZelPlatform\\repairs\\ for per-user ones. A fix that\n"
+     "fails part-way is undone from the record.\n"
+     "\n",
+     zelexit::kTableText},
     {"card",
      "usage: zelplat card list\n"
      "       zelplat card check READER [--pin-stdin]\n"
@@ -169,17 +182,18 @@ bool PrintCommandHelp(const std::string& command) {
         return false;
     }
     std::fputs(help->text, stdout);
+    std::fputs(help->exitCodes, stdout);
     return true;
 }
 
 int UsageError(const std::string& problem) {
     std::fprintf(stderr, "zelplat: %s\n\n%s", problem.c_str(), kUsage);
-    return tq::kInvalidArguments;
+    return zelexit::kUsageError;
 }
 
 int CommandUsageError(const std::string& command, const std::string& problem) {
     const CommandHelp* help = findHelp(command);
-    std::fprintf(stderr, "zelplat: %s\n\n%s", problem.c_str(),
-                 help != nullptr ? help->text : kUsage);
-    return tq::kInvalidArguments;
+    std::fprintf(stderr, "zelplat: %s\n\n%s%s", problem.c_str(),
+                 help != nullptr ? help->text : kUsage, help != nullptr ? help->exitCodes : "");
+    return zelexit::kUsageError;
 }

@@ -1,8 +1,11 @@
 #include "doctor/DoctorCommand.h"
 
 #include "doctor/Doctor.h"
+#include "doctor/RepairRecord.h"
+#include "doctor/RepairTestHook.h"
 #include "report/ReportTable.h"
 #include "commandline/Usage.h"
+#include "common/ExitCodes.h"
 #include "base/TqResultCodes.h"
 
 #include <algorithm>
@@ -12,9 +15,8 @@
 
 namespace {
 
-constexpr int kNothingFound = 0;
-constexpr int kWarningsOnly = 1;
-constexpr int kProblemsFound = 2;
+// The version of the --json document's shape (docs/doctor.schema.json).
+constexpr int kDoctorSchemaVersion = 1;
 
 // Severity words in colour only for a person at a console, never into a file or a pipe.
 bool colourWanted() {
@@ -53,54 +55,44 @@ std::string summaryLine(std::size_t problems, std::size_t warnings) {
            std::to_string(warnings) + (warnings == 1 ? " warning\n" : " warnings\n");
 }
 
-ReportJson findingsJson(const std::vector<Finding>& findings, std::size_t problems) {
-    ReportJson list = ReportJson::array();
-    for (const Finding& finding : findings) {
-        list.push_back(ReportJson{{"rule", finding.rule},
-                                  {"severity", finding.severity},
-                                  {"summary", finding.summary},
-                                  {"facts", finding.facts},
-                                  {"fix", finding.fix}});
-    }
-    return ReportJson{
-        {"problems", problems}, {"warnings", findings.size() - problems}, {"findings", list}};
-}
-
 struct DoctorOptions {
     bool json = false;
     bool fix = false;
     bool yes = false;
     bool dryRun = false;
+    std::string scope; // "", "machine" or "user"
+    std::string undo;  // the record to put back
 };
 
 // A fix zelplat applies itself: one of the library's switches, with its exact word.
 struct AutomaticFix {
     const char* command; // as the rules name it
+    FixFamily family;
     int (*apply)(const ZelPlatformExportedInterface& dll, const char* logFile);
 };
 
 const AutomaticFix kAutomaticFixes[] = {
-    {"zelplat atr set PIVMINIDRIVER",
+    {"zelplat atr set PIVMINIDRIVER", FixFamily::kAtr,
      [](const ZelPlatformExportedInterface& dll, const char* logFile) {
          return dll.SetATRMiddlewareDetection("PIVMINIDRIVER", logFile);
      }},
-    {"zelplat atr set GEMSAFE",
+    {"zelplat atr set GEMSAFE", FixFamily::kAtr,
      [](const ZelPlatformExportedInterface& dll, const char* logFile) {
          return dll.SetATRMiddlewareDetection("GEMSAFE", logFile);
      }},
-    {"zelplat enrollment set AGILE",
+    {"zelplat enrollment set AGILE", FixFamily::kEnrollment,
      [](const ZelPlatformExportedInterface& dll, const char* logFile) {
          return dll.SwitchEnrollmentMode("AGILE", logFile);
      }},
-    {"zelplat enrollment set COMPATIBILITY",
+    {"zelplat enrollment set COMPATIBILITY", FixFamily::kEnrollment,
      [](const ZelPlatformExportedInterface& dll, const char* logFile) {
          return dll.SwitchEnrollmentMode("COMPATIBILITY", logFile);
      }},
-    {"zelplat ia spring-check off",
+    {"zelplat ia spring-check off", FixFamily::kSpringCheck,
      [](const ZelPlatformExportedInterface& dll, const char* logFile) {
          return dll.SetIdentityAgentSpringCheck(0, logFile);
      }},
-    {"zelplat ia spring-check default",
+    {"zelplat ia spring-check default", FixFamily::kSpringCheck,
      [](const ZelPlatformExportedInterface& dll, const char* logFile) {
          return dll.SetIdentityAgentSpringCheck(1, logFile);
      }},
@@ -115,6 +107,29 @@ const AutomaticFix* automaticFix(const std::string& fix) {
     return nullptr;
 }
 
+// Who may apply a finding's fix: a management tool runs the machine-wide ones as SYSTEM and the
+// per-user ones as the user.
+const char* fixScopeWord(const Finding& finding) {
+    const AutomaticFix* fix = automaticFix(finding.fix);
+    if (fix == nullptr) {
+        return "by hand";
+    }
+    return ScopeOf(fix->family) == RepairScope::kMachine ? "machine-wide" : "per-user";
+}
+
+ReportJson findingsJson(const std::vector<Finding>& findings) {
+    ReportJson list = ReportJson::array();
+    for (const Finding& finding : findings) {
+        list.push_back(ReportJson{{"rule", finding.rule},
+                                  {"severity", finding.severity},
+                                  {"summary", finding.summary},
+                                  {"facts", finding.facts},
+                                  {"fix", finding.fix},
+                                  {"fixScope", fixScopeWord(finding)}});
+    }
+    return list;
+}
+
 // A person says yes at the prompt; no answer (no console, end of input) is no.
 bool confirmed(std::FILE* out) {
     std::fputs("  apply it? [y/N] ", out);
@@ -127,9 +142,144 @@ bool confirmed(std::FILE* out) {
     return answer[0] == 'y' || answer[0] == 'Y';
 }
 
-// Applies the fixes the findings name, each once, as the options say. The lines go to out.
-void applyFixes(const PlatformDll& dll, const std::vector<Finding>& findings,
-                const DoctorOptions& options, const char* logFile, std::FILE* out) {
+// What the fixes left for the exit code, and the undo records written.
+struct FixRun {
+    int exitCode = zelexit::kHealthy;
+    std::vector<std::string> records;
+    void atLeast(int code) { exitCode = std::max(exitCode, code); }
+};
+
+bool accessDenied(const std::vector<KeyFailure>& failures) {
+    return std::any_of(failures.begin(), failures.end(),
+                       [](const KeyFailure& f) { return f.status == ERROR_ACCESS_DENIED; });
+}
+
+void printFailures(const char* lead, const std::vector<KeyFailure>& failures, std::FILE* out) {
+    for (const KeyFailure& failure : failures) {
+        std::fprintf(out, "  %s: %s %s\n", lead, failure.key.c_str(), failure.text.c_str());
+    }
+}
+
+// Whether this process may not apply fixes of the scope; what it lacks is said, the keys it
+// cannot open for writing named. Nothing is written.
+bool refusedForRights(RepairScope scope, const std::vector<TouchedKey>& keys,
+                      const ProcessAccount& account, std::FILE* out) {
+    if (scope == RepairScope::kMachine && !RunsElevated()) {
+        // A process that is not elevated cannot be made under Wine, where every one is.
+        std::fputs("  refused: needs an administrator\n", out);
+        return true;
+    }
+    if (scope == RepairScope::kUser) {
+        const std::string reason = NotTheWorkstationUser(account);
+        if (!reason.empty()) {
+            std::fprintf(out, "  skipped: must run as the workstation's user: %s\n",
+                         reason.c_str());
+            return true;
+        }
+    }
+    // The keys' own security decides even for an administrator.
+    const std::vector<KeyFailure> failures = CheckWriteAccess(keys);
+    if (failures.empty()) {
+        return false;
+    }
+    printFailures("refused, nothing written", failures, out);
+    return true;
+}
+
+// The values of the scope as they are now, or none when one cannot be read.
+bool readScope(const std::vector<TouchedKey>& keys, std::vector<SavedKey>& saved, FixRun& run,
+               std::FILE* out) {
+    std::vector<KeyFailure> failures;
+    saved = ReadTouchedKeys(keys, failures);
+    if (failures.empty()) {
+        return true;
+    }
+    std::fputs("undo record: not made, nothing applied\n", out);
+    printFailures("unreadable", failures, out);
+    run.atLeast(accessDenied(failures) ? zelexit::kAccessDenied : zelexit::kCannotWrite);
+    return false;
+}
+
+std::string writeRecord(UndoRecord& record, const char* kind, FixRun& run, std::FILE* out) {
+    std::string problem;
+    const std::string path = WriteUndoRecord(record, kind, problem);
+    if (path.empty()) {
+        std::fprintf(out, "undo record: cannot be written, nothing applied: %s\n", problem.c_str());
+        run.atLeast(zelexit::kCannotWrite);
+        return "";
+    }
+    std::fprintf(out, "undo record: %s\n", path.c_str());
+    run.records.push_back(path);
+    return path;
+}
+
+// Applies the fixes of one scope after their undo record is written; a fix that fails is put
+// back as the record holds it.
+void applyScope(const PlatformDll& dll, RepairScope scope,
+                const std::vector<const AutomaticFix*>& approved, const ReportJson& findings,
+                const ProcessAccount& account, const char* logFile, FixRun& run, std::FILE* out) {
+    UndoRecord record;
+    record.scope = scope;
+    record.fixes = RecordJson::array();
+    for (const AutomaticFix* fix : approved) {
+        if (ScopeOf(fix->family) == scope) {
+            record.fixes.push_back(fix->command);
+        }
+    }
+    if (record.fixes.empty()) {
+        return;
+    }
+    const std::vector<TouchedKey> keys = TouchedKeys(scope);
+    if (!readScope(keys, record.keys, run, out)) {
+        return;
+    }
+    record.time = UtcTimeText();
+    record.computer = ComputerName();
+    record.account = account;
+    record.command = "doctor --fix";
+    record.findings = findings;
+    if (writeRecord(record, "fix", run, out).empty()) {
+        return;
+    }
+    for (const AutomaticFix* fix : approved) {
+        if (ScopeOf(fix->family) != scope) {
+            continue;
+        }
+        int result = 0;
+        {
+            const FixFailureHookForTests hook(fix->family);
+            const LibraryConsole libraryLines;
+            result = fix->apply(dll.api(), logFile);
+        }
+        if (result == 0) {
+            std::fprintf(out, "%s: applied\n", fix->command);
+            continue;
+        }
+        std::fprintf(out, "%s: failed: %s\n", fix->command, TqGetCommonResultText(result).c_str());
+        std::vector<SavedKey> touched;
+        for (const SavedKey& key : record.keys) {
+            if (key.key.family == fix->family) {
+                touched.push_back(key);
+            }
+        }
+        const std::vector<KeyFailure> failures = PutBack(touched);
+        if (failures.empty()) {
+            std::fputs("  put back as the undo record holds it: nothing of this fix is left\n",
+                       out);
+        } else {
+            printFailures("not put back", failures, out);
+            run.atLeast(accessDenied(failures) ? zelexit::kAccessDenied : zelexit::kProblems);
+        }
+    }
+}
+
+// Says for each finding what its fix needs and whether it is applied; then writes the undo
+// record of each scope and applies the fixes. The lines go to out.
+FixRun applyFixes(const PlatformDll& dll, const std::vector<Finding>& findings,
+                  const DoctorOptions& options, const char* logFile, std::FILE* out) {
+    FixRun run;
+    const ProcessAccount account = CurrentAccount();
+    std::vector<const AutomaticFix*> approved;
     std::vector<std::string> done;
     for (const Finding& finding : findings) {
         const AutomaticFix* fix = automaticFix(finding.fix);
@@ -144,6 +294,21 @@ void applyFixes(const PlatformDll& dll, const std::vector<Finding>& findings,
             continue;
         }
         done.push_back(finding.fix);
+        const RepairScope scope = ScopeOf(fix->family);
+        std::fputs(scope == RepairScope::kMachine
+                       ? "  machine-wide: needs an administrator (or SYSTEM)\n"
+                       : "  per-user: must run as the workstation's user\n",
+                   out);
+        if (!options.scope.empty() && options.scope != ScopeWord(scope)) {
+            std::fprintf(out, "  left to the %s run (--scope %s)\n",
+                         scope == RepairScope::kMachine ? "machine-wide" : "per-user",
+                         options.scope.c_str());
+            continue;
+        }
+        if (refusedForRights(scope, TouchedKeys(fix->family), account, out)) {
+            run.atLeast(zelexit::kRefusedForRights);
+            continue;
+        }
         if (options.dryRun) {
             std::fputs("  not applied (--dry-run)\n", out);
             continue;
@@ -152,23 +317,94 @@ void applyFixes(const PlatformDll& dll, const std::vector<Finding>& findings,
             std::fputs("  not applied\n", out);
             continue;
         }
-        int result = 0;
-        {
-            const LibraryConsole libraryLines;
-            result = fix->apply(dll.api(), logFile);
-        }
-        if (result == 0) {
-            std::fputs("  applied\n", out);
-        } else {
-            std::fprintf(out, "  failed: %s\n", TqGetCommonResultText(result).c_str());
-        }
+        approved.push_back(fix);
     }
     std::fputs("\n", out);
+    const ReportJson listed = findingsJson(findings);
+    for (const RepairScope scope : {RepairScope::kMachine, RepairScope::kUser}) {
+        applyScope(dll, scope, approved, listed, account, logFile, run, out);
+    }
+    if (!approved.empty()) {
+        std::fputs("\n", out);
+    }
     std::fflush(out);
+    return run;
+}
+
+// zelplat doctor --undo FILE: the record's values put back, after a record of their own.
+int undoRepair(const std::string& file) {
+    UndoRecord old;
+    std::string problem;
+    if (!ReadUndoRecord(file, old, problem)) {
+        std::fprintf(stderr,
+                     "zelplat: doctor --undo: %s is not an undo record zelplat can put "
+                     "back: %s\n",
+                     file.c_str(), problem.c_str());
+        return zelexit::kRecordRefused;
+    }
+    const std::string computer = ComputerName();
+    if (_stricmp(old.computer.c_str(), computer.c_str()) != 0) {
+        std::fprintf(stderr,
+                     "zelplat: doctor --undo: %s was made on computer %s, not on %s: "
+                     "refused\n",
+                     file.c_str(), old.computer.c_str(), computer.c_str());
+        return zelexit::kRecordRefused;
+    }
+    const ProcessAccount account = CurrentAccount();
+    if (old.account.sid != account.sid) {
+        std::fprintf(stderr,
+                     "zelplat: doctor --undo: %s was made by %s (%s), this is %s (%s): "
+                     "refused\n",
+                     file.c_str(), old.account.name.c_str(), old.account.sid.c_str(),
+                     account.name.c_str(), account.sid.c_str());
+        return zelexit::kRecordRefused;
+    }
+    std::vector<TouchedKey> keys;
+    for (const SavedKey& key : old.keys) {
+        keys.push_back(key.key);
+    }
+    FixRun run;
+    std::fprintf(stdout, "undo %s\n", file.c_str());
+    if (refusedForRights(old.scope, keys, account, stdout)) {
+        return zelexit::kRefusedForRights;
+    }
+    UndoRecord record;
+    record.scope = old.scope;
+    if (!readScope(keys, record.keys, run, stdout)) {
+        return run.exitCode;
+    }
+    record.time = UtcTimeText();
+    record.computer = computer;
+    record.account = account;
+    record.command = "doctor --undo " + file;
+    record.findings = RecordJson::array();
+    record.fixes = RecordJson::array({"zelplat doctor --undo " + file});
+    if (writeRecord(record, "undo", run, stdout).empty()) {
+        return run.exitCode;
+    }
+    const std::vector<KeyFailure> failures = PutBack(old.keys);
+    if (!failures.empty()) {
+        printFailures("not put back", failures, stdout);
+        return accessDenied(failures) ? zelexit::kAccessDenied : zelexit::kProblems;
+    }
+    std::fputs("put back: every value the record holds\n", stdout);
+    return zelexit::kHealthy;
+}
+
+// The queries the rules read: one that failed leaves the doctor without an answer about it.
+std::string failedQuery(const ReportJson& report) {
+    for (const char* section : {"enrollment", "atr", "middleware", "oberthur"}) {
+        if (ReportTextAt(report, std::string("/") + section + "/outcome") == "failed") {
+            return std::string(section) + ": " +
+                   ReportTextAt(report, std::string("/") + section + "/outcomeText");
+        }
+    }
+    return "";
 }
 
 bool readDoctorOptions(const Arguments& arguments, DoctorOptions& options, std::string& unknown) {
-    for (const std::string& argument : arguments) {
+    for (std::size_t at = 0; at < arguments.size(); ++at) {
+        const std::string& argument = arguments[at];
         if (argument == "--json") {
             options.json = true;
         } else if (argument == "--fix") {
@@ -177,13 +413,22 @@ bool readDoctorOptions(const Arguments& arguments, DoctorOptions& options, std::
             options.yes = true;
         } else if (argument == "--dry-run") {
             options.dryRun = true;
+        } else if (argument == "--scope" && at + 1 < arguments.size() &&
+                   (arguments[at + 1] == "machine" || arguments[at + 1] == "user")) {
+            options.scope = arguments[++at];
+        } else if (argument == "--undo" && at + 1 < arguments.size() && options.undo.empty()) {
+            options.undo = arguments[++at];
         } else {
             unknown = argument;
             return false;
         }
     }
-    if ((options.yes || options.dryRun) && !options.fix) {
-        unknown = options.yes ? "--yes" : "--dry-run";
+    if ((options.yes || options.dryRun || !options.scope.empty()) && !options.fix) {
+        unknown = options.yes ? "--yes" : options.dryRun ? "--dry-run" : "--scope";
+        return false;
+    }
+    if (!options.undo.empty() && (options.fix || options.json)) {
+        unknown = options.fix ? "--fix" : "--json";
         return false;
     }
     return true;
@@ -197,25 +442,41 @@ int RunDoctorCommand(const Arguments& arguments, const char* logFile) {
     if (!readDoctorOptions(arguments, options, unknown)) {
         return CommandUsageError("doctor", "doctor: unknown option '" + unknown + "'");
     }
+    if (!options.undo.empty()) {
+        return undoRepair(options.undo);
+    }
     const bool json = options.json;
     const PlatformDll dll;
     if (!dll.loaded()) {
-        return tq::kLoadFailed;
+        return zelexit::kLibraryNotLoaded;
     }
-    std::vector<Finding> findings = DiagnoseReport(BuildReport(dll, logFile));
+    ReportJson report = BuildReport(dll, logFile);
+    std::vector<Finding> findings = DiagnoseReport(report);
+    FixRun run;
     if (options.fix) {
         // With --json the document alone goes to standard output.
-        applyFixes(dll, findings, options, logFile, json ? stderr : stdout);
+        run = applyFixes(dll, findings, options, logFile, json ? stderr : stdout);
         if (!options.dryRun) {
-            findings = DiagnoseReport(BuildReport(dll, logFile));
+            report = BuildReport(dll, logFile);
+            findings = DiagnoseReport(report);
         }
+    }
+    const std::string failed = failedQuery(report);
+    if (!failed.empty()) {
+        std::fprintf(stderr, "zelplat: doctor: could not assess: %s\n", failed.c_str());
+        run.atLeast(zelexit::kCouldNotAssess);
     }
     std::size_t problems = 0;
     for (const Finding& finding : findings) {
         problems += finding.severity == "problem" ? 1 : 0;
     }
     if (json) {
-        std::fputs(ReportText(findingsJson(findings, problems)).c_str(), stdout);
+        const ReportJson document{{"schemaVersion", kDoctorSchemaVersion},
+                                  {"problems", problems},
+                                  {"warnings", findings.size() - problems},
+                                  {"findings", findingsJson(findings)},
+                                  {"undoRecords", run.records}};
+        std::fputs(ReportText(document).c_str(), stdout);
     } else {
         const bool colour = colourWanted();
         for (const Finding& finding : findings) {
@@ -223,8 +484,8 @@ int RunDoctorCommand(const Arguments& arguments, const char* logFile) {
         }
         std::fputs(summaryLine(problems, findings.size() - problems).c_str(), stdout);
     }
-    if (problems > 0) {
-        return kProblemsFound;
-    }
-    return findings.empty() ? kNothingFound : kWarningsOnly;
+    run.atLeast(problems > 0       ? zelexit::kProblems
+                : findings.empty() ? zelexit::kHealthy
+                                   : zelexit::kWarningsOnly);
+    return run.exitCode;
 }

@@ -1,5 +1,5 @@
-// zelplat doctor [--json]: the findings of the rules over the report. Exit 0 when nothing is
-// found, 1 for warnings only, 2 when there is a problem.
+// zelplat doctor [--json], --fix and --undo: the findings of the rules over the report, the fixes
+// with their undo records. The exit codes are those of common/ExitCodes.h.
 #pragma once
 
 #include "library/LibraryCommands.h"

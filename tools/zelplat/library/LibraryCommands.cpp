@@ -3,6 +3,7 @@
 #include "library/IdentityAgentTable.h"
 #include "library/MiddlewareTable.h"
 #include "common/PlatformDll.h"
+#include "common/ExitCodes.h"
 #include "base/TqResultCodes.h"
 
 #include <algorithm>
@@ -183,7 +184,7 @@ int RunLibraryCommand(const LibraryCommand& command, const Arguments& words, con
             }
             std::fprintf(stderr, "zelplat: %s %s: '%s' is not one of the words %s\n",
                          command.words[0], command.words[1], arguments[0].c_str(), words.c_str());
-            return tq::kInvalidArguments;
+            return zelexit::kUsageError;
         }
         arguments[0] = *chosen;
     }
