@@ -303,7 +303,7 @@ TEST_F(ZelplatCard, APinOnTheCommandLineIsRefusedAndNeverPresented) {
           "card check \"ZelKit Reader 0\" --pin-stdin --pin 1234"}) {
         // Even with the PIN waiting on standard input.
         const auto run = zelplat(arguments, "1234\n");
-        EXPECT_EQ(1u, run.exitCode) << arguments;
+        EXPECT_EQ(30u, run.exitCode) << arguments;
         EXPECT_EQ("", run.out) << arguments;
         EXPECT_EQ(kPinRefused + usage, run.err) << arguments;
     }

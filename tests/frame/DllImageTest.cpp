@@ -478,6 +478,17 @@ TEST(DllImage, ShippedBinariesCarryAValidChecksum) {
     }
 }
 
+// The doctor's test hook is built into the suite's own zelplat only: the shipped one holds
+// neither the variable's name nor the words that arm it.
+TEST(DllImage, ShippedZelplatHasNoTestHook) {
+    const std::vector<char> shipped = fileBytes(zeltest::BuiltFile("zelplat.exe"));
+    ASSERT_FALSE(shipped.empty());
+    EXPECT_FALSE(holds(shipped, "ZELPLAT_TEST_HOOK"));
+    EXPECT_FALSE(holds(shipped, "deny-32-bit-contact-entry"));
+    const std::vector<char> forTests = fileBytes(zeltest::BuiltFile("zelplat_test_hooks.exe"));
+    EXPECT_TRUE(holds(forTests, "ZELPLAT_TEST_HOOK"));
+}
+
 TEST(DllImage, ZelplatCarriesAVersionResourceOfItsOwn) {
     expectVersionResource("zelplat.exe", VFT_APP);
 }

@@ -292,7 +292,7 @@ TEST_F(ZelplatFiles, OutputToADeviceOrAPipeIsRefused) {
 
 TEST_F(ZelplatFiles, EmptyOutputNameIsAUsageError) {
     const auto run = zelplat("report --output \"\"");
-    EXPECT_EQ(1u, run.exitCode);
+    EXPECT_EQ(30u, run.exitCode);
     EXPECT_EQ("", run.out);
     EXPECT_EQ(0u, run.err.find("zelplat: report: --output needs a file name\r\n\r\n"
                                "usage: zelplat report [--json | --table] [--output FILE [--force]]"
@@ -302,7 +302,7 @@ TEST_F(ZelplatFiles, EmptyOutputNameIsAUsageError) {
 
 TEST_F(ZelplatFiles, ForceWithoutOutputIsAUsageError) {
     const auto run = zelplat("report --force");
-    EXPECT_EQ(1u, run.exitCode);
+    EXPECT_EQ(30u, run.exitCode);
     EXPECT_EQ("", run.out);
     EXPECT_EQ(0u, run.err.find("zelplat: report: --force goes with --output FILE\r\n\r\n"
                                "usage: zelplat report "))
@@ -324,7 +324,7 @@ TEST_F(ZelplatFiles, OutputByItsLongNameIsWritten) {
 TEST_F(ZelplatFiles, LogToADeviceOrAPipeIsRefused) {
     for (const std::string name : {"NUL", "\\\\.\\pipe\\x", "CONOUT$", "\\\\server\\pipe\\x"}) {
         const auto run = zelplat("--log \"" + name + "\" enrollment get");
-        EXPECT_EQ(1u, run.exitCode) << name;
+        EXPECT_EQ(50u, run.exitCode) << name;
         EXPECT_EQ("", run.out) << name;
         const std::string why = name.find("pipe") != std::string::npos ? "a named pipe, not a file"
                                                                        : "a device, not a file";
@@ -353,7 +353,7 @@ TEST_F(ZelplatFiles, LogToALinkAHardLinkOrAFolderIsRefused) {
     };
     for (const auto& refused : cases) {
         const auto run = zelplat("--log \"" + refused.name + "\" enrollment get");
-        EXPECT_EQ(1u, run.exitCode) << refused.name;
+        EXPECT_EQ(50u, run.exitCode) << refused.name;
         EXPECT_EQ("", run.out) << refused.name;
         EXPECT_EQ("zelplat: cannot log to " + refused.name + ": " + refused.why + "\r\n", run.err);
     }

@@ -115,6 +115,11 @@ protected:
     static zeltest::ProcessResult zelplat(const std::string& arguments) {
         return zeltest::RunProgram("\"" + zeltest::BuiltFile("zelplat.exe") + "\" " + arguments);
     }
+    // The suite's build of zelplat with the doctor's test hook (doctor/RepairTestHook.h).
+    static zeltest::ProcessResult zelplatWithTestHooks(const std::string& arguments) {
+        return zeltest::RunProgram("\"" + zeltest::BuiltFile("zelplat_test_hooks.exe") + "\" " +
+                                   arguments);
+    }
 
     // Every value a JCOP 41 fix may write, in the library's order of keys: what a repair and its
     // undo must leave exactly as they found it.
@@ -368,7 +373,7 @@ TEST_F(ZelplatSampleWorkstation, FixThatFailsAfterItsFirstWritesLeavesBothViewsA
     {
         const ScopedEnvironment hook("ZELPLAT_TEST_HOOK",
                                      "deny-32-bit-contact-entry-during-atr-fix");
-        fixed = zelplat("doctor --fix --yes");
+        fixed = zelplatWithTestHooks("doctor --fix --yes");
     }
     records.push_back(recordPath(fixed.out));
     EXPECT_NE(std::string::npos,
@@ -389,7 +394,7 @@ TEST_F(ZelplatSampleWorkstation, FixThatCannotBePutBackExits20) {
     zeltest::ProcessResult fixed;
     {
         const ScopedEnvironment hook("ZELPLAT_TEST_HOOK", "deny-32-bit-contact-entry-from-atr-fix");
-        fixed = zelplat("doctor --fix --yes");
+        fixed = zelplatWithTestHooks("doctor --fix --yes");
     }
     records.push_back(recordPath(fixed.out));
     EXPECT_EQ(20u, fixed.exitCode) << fixed.out;

@@ -4,6 +4,7 @@
 #include "library/LibraryCommands.h"
 #include "report/ReportCommand.h"
 #include "commandline/Usage.h"
+#include "common/ExitCodes.h"
 #include "common/GuardedFiles.h"
 #include "common/PlatformDll.h"
 #include "base/TqResultCodes.h"
@@ -46,7 +47,7 @@ int run(const Arguments& words, const char* logFile) {
         const std::string problem = LogFileProblem(logFile);
         if (!problem.empty()) {
             std::fprintf(stderr, "zelplat: cannot log to %s: %s\n", logFile, problem.c_str());
-            return tq::kInvalidArguments;
+            return zelexit::kCannotWrite;
         }
     }
     if (words.empty()) {

@@ -23,17 +23,6 @@ std::string windowsError(DWORD error) {
     return "Windows error " + std::to_string(error);
 }
 
-std::string narrowForMessage(const std::wstring& wide) {
-    const int size = ::WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()),
-                                           nullptr, 0, nullptr, nullptr);
-    std::string narrow(static_cast<std::size_t>(size > 0 ? size : 0), '\0');
-    if (size > 0) {
-        ::WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()), narrow.data(),
-                              size, nullptr, nullptr);
-    }
-    return narrow;
-}
-
 bool startsWithNoCase(const std::wstring& text, std::size_t at, const wchar_t* prefix) {
     for (std::size_t i = 0; prefix[i] != L'\0'; ++i) {
         if (at + i >= text.size() || std::towlower(text[at + i]) != std::towlower(prefix[i])) {
@@ -157,7 +146,7 @@ std::string finalPathProblem(HANDLE file, const std::wstring& path) {
     }
     opened = withoutLongPrefix(opened);
     if (!sameNoCase(withoutLongPrefix(asked), opened)) {
-        return "it leads to " + narrowForMessage(opened);
+        return "it leads to " + SystemCodePageText(opened);
     }
     return "";
 }
@@ -197,6 +186,17 @@ std::wstring WidePath(const std::string& path) {
                               size);
     }
     return wide;
+}
+
+std::string SystemCodePageText(const std::wstring& wide) {
+    const int size = ::WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()),
+                                           nullptr, 0, nullptr, nullptr);
+    std::string narrow(static_cast<std::size_t>(size > 0 ? size : 0), '\0');
+    if (size > 0) {
+        ::WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()), narrow.data(),
+                              size, nullptr, nullptr);
+    }
+    return narrow;
 }
 
 bool NarrowPath(const std::wstring& wide, std::string& narrow) {

@@ -17,6 +17,10 @@ void EnforceRedirectionTrust();
 // The name as Windows file functions take it (the arguments come in the ANSI code page).
 std::wstring WidePath(const std::string& path);
 
+// The text in the ANSI code page, characters it lacks replaced: for messages, and for the
+// library's narrow arguments where nothing better exists.
+std::string SystemCodePageText(const std::wstring& wide);
+
 // The name in the ANSI code page, as the library takes it; false when it has no exact spelling
 // there.
 bool NarrowPath(const std::wstring& wide, std::string& narrow);

@@ -31,18 +31,6 @@ std::wstring toolPath() {
     }
 }
 
-// The path in the system code page, for the library's narrow exports.
-std::string inSystemCodePage(const std::wstring& path) {
-    const int size = ::WideCharToMultiByte(CP_ACP, 0, path.c_str(), static_cast<int>(path.size()),
-                                           nullptr, 0, nullptr, nullptr);
-    std::string text(static_cast<std::size_t>(size > 0 ? size : 0), '\0');
-    if (size > 0) {
-        ::WideCharToMultiByte(CP_ACP, 0, path.c_str(), static_cast<int>(path.size()), text.data(),
-                              size, nullptr, nullptr);
-    }
-    return text;
-}
-
 } // namespace
 
 std::wstring ToolFolder() {
@@ -65,7 +53,7 @@ PlatformDll::PlatformDll() {
         return;
     }
     const std::wstring file = folder + L"ZelPlatformMethods64.dll";
-    path_ = inSystemCodePage(file);
+    path_ = SystemCodePageText(file);
     // By full path; the library's own imports from its folder and System32 only.
     module_.reset(::LoadLibraryExW(
         file.c_str(), nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32));
