@@ -1,5 +1,5 @@
 // rand_s, for temp names nobody can guess, is declared only on request.
-#define _CRT_RAND_S
+#define _CRT_RAND_S // NOLINT(bugprone-reserved-identifier): the runtime's own switch
 #include "common/GuardedFiles.h"
 
 #include <algorithm>
@@ -250,7 +250,7 @@ std::string PathFormProblem(const std::wstring& given) {
 
 std::string LogFileProblem(const std::string& path) {
     const std::wstring wide = WidePath(path);
-    const std::string formProblem = PathFormProblem(wide);
+    std::string formProblem = PathFormProblem(wide);
     if (!formProblem.empty()) {
         return formProblem;
     }

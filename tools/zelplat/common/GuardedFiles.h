@@ -27,7 +27,7 @@ bool NarrowPath(const std::wstring& wide, std::string& narrow);
 
 // Why the path, by its form alone, names no ordinary file: a device ("NUL", "COM1", "\\.\X"),
 // a named pipe or mailslot. Empty when it may name a file.
-std::string PathFormProblem(const std::wstring& path);
+std::string PathFormProblem(const std::wstring& given);
 
 // Why zelplat refuses the log file: PathFormProblem, or an existing file at the path that is a
 // link, a folder, not a disk file, has other hard links or is reached under another name. Empty

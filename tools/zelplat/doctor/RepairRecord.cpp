@@ -325,9 +325,13 @@ std::string WriteUndoRecord(const UndoRecord& record, const char* kind, std::str
     const std::string text =
         UndoRecordJson(record).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
     for (int attempt = 1; attempt <= 100; ++attempt) {
-        const std::string path = folder + "\\" + kind + "-" + stamp + "-" +
-                                 std::to_string(::GetCurrentProcessId()) +
-                                 (attempt == 1 ? "" : "-" + std::to_string(attempt)) + ".json";
+        std::string path = folder;
+        path.append("\\").append(kind).append("-").append(stamp).append("-");
+        path.append(std::to_string(::GetCurrentProcessId()));
+        if (attempt > 1) {
+            path.append("-").append(std::to_string(attempt));
+        }
+        path.append(".json");
         // CREATE_NEW fails on anything already there, a link too: nothing is overwritten.
         TqUniqueFile file(::CreateFileA(path.c_str(), GENERIC_WRITE, 0, security, CREATE_NEW,
                                         FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT,

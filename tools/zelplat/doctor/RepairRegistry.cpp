@@ -140,7 +140,9 @@ void putBackKey(const SavedKey& saved, std::vector<KeyFailure>& failures) {
         }
         const LONG written = value.present ? writeExactly(key.get(), value)
                                            : ::RegDeleteValueA(key.get(), value.name.c_str());
-        if (written != ERROR_SUCCESS && !(written == ERROR_FILE_NOT_FOUND && !value.present)) {
+        // A value that was absent and is absent again is put back.
+        const bool absentAlready = written == ERROR_FILE_NOT_FOUND && !value.present;
+        if (written != ERROR_SUCCESS && !absentAlready) {
             failures.push_back(failure(touched, written, "value " + value.name + " not put back"));
         }
     }
