@@ -7,6 +7,9 @@
 
 namespace {
 
+// The minidriver file the set names in every entry it writes.
+constexpr const char* kGemSafeFile = "GemSafeMD.dll";
+
 const char* stateName(KeyState state) {
     switch (state) {
     case KeyState::kPresent:
@@ -112,6 +115,15 @@ ReportJson AtrSection(const PlatformDll& dll, const char* logFile) {
         servedBy[view] = minidriver;
     }
     section["servedBy"] = servedBy;
+    // Whether the file `atr set GEMSAFE` would give the card to is there for each view's
+    // programs, also while no entry names it: the doctor judges that fix by it before offering it.
+    ReportJson gemSafe = ReportJson::object();
+    for (const REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
+        gemSafe[view == KEY_WOW64_32KEY ? "32-bit" : "64-bit"] =
+            ::GetFileAttributesA((minidriverFolder(view) + kGemSafeFile).c_str()) !=
+            INVALID_FILE_ATTRIBUTES;
+    }
+    section["gemSafeInstalled"] = gemSafe;
     section["deniedKeys"] = denied;
     return section;
 }
