@@ -822,6 +822,49 @@ TEST_F(ZelplatReport, PolicyFileOnlyAndSkipSelectRules) {
     EXPECT_EQ(30u, zelplat("doctor --only no-such-rule").exitCode);
 }
 
+// The library reads the applet leniently: a value of another size, or a key that refuses writing,
+// answers AGILE whatever is stored. The report shows what is stored, and a rule says they differ.
+TEST_F(ZelplatReport, RuleEnrollmentAnswerDiffersFromTheStoredValue) {
+    workstation.install(kInstalledAwp);
+    writeJcopEntries(0xFF);
+    zeltest::WriteValue(HKEY_CURRENT_USER, kTqEnrollmentKey, kTqEnrollmentValue, REG_QWORD,
+                        {1, 0, 0, 0, 0, 0, 0, 0});
+    json document = report();
+    EXPECT_EQ("AGILE", document["enrollment"]["mode"]);
+    EXPECT_EQ((json{{"present", true},
+                    {"type", "REG_QWORD"},
+                    {"data", "0100000000000000"},
+                    {"meaning", "COMPATIBILITY"},
+                    {"keyWritable", true}}),
+              document["enrollment"]["stored"]);
+    json findings;
+    EXPECT_EQ(Rules{"enrollment-answer-differs"}, doctorRules(1, &findings));
+    EXPECT_EQ("The library answers AGILE for the PIV minidriver's applet, but COMPATIBILITY is "
+              "stored: the answer is not what is stored.",
+              findings["findings"][0]["summary"]);
+
+    // COMPATIBILITY (1) stored as the library stores it, in a key that refuses writing.
+    zeltest::WriteValue(HKEY_CURRENT_USER, kTqEnrollmentKey, kTqEnrollmentValue, REG_DWORD,
+                        {1, 0, 0, 0});
+    EXPECT_EQ(Rules{}, doctorRules(0));
+    {
+        const zeltest::SavedKeySecurity saved(HKEY_CURRENT_USER, kTqEnrollmentKey);
+        PSECURITY_DESCRIPTOR descriptor = nullptr;
+        // Setting values and making subkeys denied; reading allowed.
+        ASSERT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorA(
+            "D:(D;;0x6;;;WD)(A;;KA;;;WD)", SDDL_REVISION_1, &descriptor, nullptr));
+        const TqUniqueLocalMemory owned(descriptor);
+        ASSERT_EQ(ERROR_SUCCESS,
+                  ::RegSetKeySecurity(saved.key(), DACL_SECURITY_INFORMATION, descriptor));
+        document = report();
+        EXPECT_EQ("AGILE", document["enrollment"]["mode"]);
+        EXPECT_EQ(false, document["enrollment"]["stored"]["keyWritable"]);
+        EXPECT_EQ("COMPATIBILITY", document["enrollment"]["stored"]["meaning"]);
+        EXPECT_EQ(Rules{"enrollment-answer-differs"}, doctorRules(1, &findings));
+        EXPECT_EQ(false, findings["findings"][0]["facts"]["enrollment.stored.keyWritable"]);
+    }
+}
+
 TEST_F(ZelplatReport, HelpForTheNewCommands) {
     for (const char* arguments : {"help report", "report --help"}) {
         const auto run = zelplat(arguments);

@@ -148,6 +148,7 @@ std::vector<Finding> everyRule(const ReportJson& report) {
     AtrNotAnswered(report, findings);
     CouldNotAssess(report, findings);
     ExpectedStateDiffers(report, findings);
+    EnrollmentAnswerDiffers(report, findings);
     return findings;
 }
 
@@ -176,6 +177,7 @@ const std::vector<std::string>& DoctorRuleNames() {
                                                    "could-not-assess",
                                                    "expected-spring-check",
                                                    "expected-applet",
-                                                   "expected-minidriver"};
+                                                   "expected-minidriver",
+                                                   "enrollment-answer-differs"};
     return names;
 }

@@ -239,3 +239,24 @@ void ExpectedStateDiffers(const ReportJson& report, std::vector<Finding>& findin
                             "zelplat atr set " + minidriver});
     }
 }
+
+// The library's applet answer is lenient: a key it cannot open for writing, or a value of
+// another size, reads as AGILE. An answer that is not what is stored is worth a warning.
+void EnrollmentAnswerDiffers(const ReportJson& report, std::vector<Finding>& findings) {
+    const std::string mode = ReportTextAt(report, "/enrollment/mode");
+    const std::string meaning = ReportTextAt(report, "/enrollment/stored/meaning");
+    const ReportJson stored = report.value("/enrollment/stored"_json_pointer, ReportJson::object());
+    if ((mode != "AGILE" && mode != "COMPATIBILITY") || meaning.empty() || meaning == mode) {
+        return;
+    }
+    findings.push_back(
+        {"enrollment-answer-differs", "warning",
+         "The library answers " + mode + " for the PIV minidriver's applet, but " + meaning +
+             " is stored: the answer is not what is stored.",
+         ReportJson{{"enrollment.mode", mode},
+                    {"enrollment.stored.type", stored.value("type", ReportJson())},
+                    {"enrollment.stored.data", stored.value("data", ReportJson())},
+                    {"enrollment.stored.keyWritable", stored.value("keyWritable", ReportJson())}},
+         "needs a person: give this user write access to the applet's key, or "
+         "store the applet as a 4-byte REG_DWORD (zelplat enrollment set)"});
+}

@@ -12,3 +12,4 @@ void SpringCheckRestartPending(const ReportJson& report, std::vector<Finding>& f
 void AtrNotAnswered(const ReportJson& report, std::vector<Finding>& findings);
 void CouldNotAssess(const ReportJson& report, std::vector<Finding>& findings);
 void ExpectedStateDiffers(const ReportJson& report, std::vector<Finding>& findings);
+void EnrollmentAnswerDiffers(const ReportJson& report, std::vector<Finding>& findings);
