@@ -270,6 +270,12 @@ TEST_F(ZelplatSampleWorkstation, DoctorFixYesRepairsWhatItCanAndTheDoctorFindsNo
     EXPECT_EQ(1u, after.exitCode);
     EXPECT_EQ(std::string::npos, after.out.find("PROBLEM"));
     EXPECT_NE(std::string::npos, after.out.find("doctor: 0 problems, 1 warning\r\n"));
+    // A second run changes nothing.
+    const std::vector<zeltest::StoredValue> fixedValues = entryValues();
+    const auto again = zelplat("doctor --fix --yes");
+    EXPECT_EQ(1u, again.exitCode);
+    EXPECT_EQ("", recordPath(again.out)) << again.out;
+    EXPECT_EQ(described(fixedValues), described(entryValues()));
 }
 
 // The AWP Uninstall entry gone (a half-uninstalled middleware) while Classic Client is registered
