@@ -102,6 +102,23 @@ protected:
         for (const json& finding : answer.value("findings", json::array())) {
             rules.push_back(finding.value("rule", ""));
         }
+        // Every pair of proposed fixes over every state a rule test prepares: no two switch the
+        // same setting opposite ways.
+        const auto fixes = answer.value("findings", json::array());
+        for (const json& one : fixes) {
+            for (const json& other : fixes) {
+                for (const char* lead :
+                     {"zelplat atr set ", "zelplat enrollment set ", "zelplat ia spring-check "}) {
+                    const std::string a = one.value("fix", "");
+                    const std::string b = other.value("fix", "");
+                    const bool bothSwitch =
+                        a.rfind(lead, 0) == 0 && b.rfind(lead, 0) == 0 &&
+                        a.find_first_of("|, ", std::string(lead).size()) == std::string::npos &&
+                        b.find_first_of("|, ", std::string(lead).size()) == std::string::npos;
+                    EXPECT_FALSE(bothSwitch && a != b) << "opposite fixes: " << a << " / " << b;
+                }
+            }
+        }
         if (findings != nullptr) {
             *findings = answer;
         }
@@ -113,6 +130,66 @@ protected:
     }
 
     static void setApplet() { ASSERT_EQ(0u, zelplat("enrollment set AGILE").exitCode); }
+
+    // The four JCOP 41 entries as the library writes them, from literal bytes: first ATR byte
+    // 0x3B claims the card for GemSafe, 0xFF leaves it to the PIV minidriver.
+    static void writeJcopEntries(BYTE first) {
+        const auto text = [](const std::string& value) {
+            return std::vector<BYTE>(value.begin(), value.end());
+        };
+        const std::vector<BYTE> contact = {first, 0xF9, 0x18, 0x00, 0x00, 0x81, 0x31,
+                                           0xFE,  0x45, 0x4A, 0x43, 0x4F, 0x50, 0x34,
+                                           0x31,  0x56, 0x32, 0x32, 0xAF};
+        const std::vector<BYTE> contactless = {first, 0x89, 0x80, 0x01, 0x4A, 0x43, 0x4F,
+                                               0x50,  0x34, 0x31, 0x56, 0x32, 0x32, 0x4D};
+        for (const REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
+            for (const auto& [key, atr] : {std::pair{kTqJcopContactKey, contact},
+                                           std::pair{kTqJcopContactlessKey, contactless}}) {
+                zeltest::WriteExactValue(HKEY_LOCAL_MACHINE, key, "80000001", REG_SZ,
+                                         text("GemSafeMD.dll"), view);
+                zeltest::WriteValue(HKEY_LOCAL_MACHINE, key, "ATR", REG_BINARY, atr, view);
+                zeltest::WriteValue(HKEY_LOCAL_MACHINE, key, "ATRMask", REG_BINARY,
+                                    std::vector<BYTE>(atr.size(), 0xFF), view);
+                zeltest::WriteExactValue(HKEY_LOCAL_MACHINE, key, "Crypto Provider", REG_SZ,
+                                         text("Microsoft Base Smart Card Crypto Provider"), view);
+                zeltest::WriteExactValue(HKEY_LOCAL_MACHINE, key, "Smart Card Key Storage Provider",
+                                         REG_SZ, text("Microsoft Smart Card Key Storage Provider"),
+                                         view);
+            }
+        }
+    }
+
+    // The first ATR byte of each entry: 64-bit contact, contactless, 32-bit contact,
+    // contactless; -1 for one that is not there.
+    static std::vector<int> atrFirstBytes() {
+        std::vector<int> bytes;
+        for (const REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
+            for (const char* key : {kTqJcopContactKey, kTqJcopContactlessKey}) {
+                const auto value = zeltest::ReadValue(HKEY_LOCAL_MACHINE, key, "ATR", view);
+                bytes.push_back(value.present && !value.data.empty() ? value.data[0] : -1);
+            }
+        }
+        return bytes;
+    }
+
+    // The applet set as the library sets AGILE: a 4-byte DWORD 0.
+    static void writeAgileApplet() {
+        zeltest::WriteValue(HKEY_CURRENT_USER, kTqEnrollmentKey, kTqEnrollmentValue, REG_DWORD,
+                            {0, 0, 0, 0});
+    }
+
+    // The file an "undo record: PATH" line names, removed; "" when there is none.
+    static std::string removeRecord(const std::string& out) {
+        const std::string lead = "undo record: ";
+        const std::size_t at = out.find(lead);
+        if (at == std::string::npos) {
+            return "";
+        }
+        const std::string path =
+            out.substr(at + lead.size(), out.find("\r\n", at) - at - lead.size());
+        ::DeleteFileA(path.c_str());
+        return path;
+    }
 
     zeltest::Workstation workstation;
 };
@@ -283,11 +360,84 @@ TEST_F(ZelplatReport, UnknownReportOptionShowsTheReportsUsage) {
 
 // --- the doctor's rules, one prepared registry each ---------------------------------------------
 
-TEST_F(ZelplatReport, DoctorFindsNothingOnAnEmptyWorkstationAndExits0) {
+// The card entries missing and no middleware to give the card to: the doctor has no answer about
+// the card, and says so rather than "nothing wrong found".
+TEST_F(ZelplatReport, DoctorCannotAssessAWorkstationWithoutCardEntriesOrMiddleware) {
+    json findings;
+    EXPECT_EQ(Rules{"could-not-assess"}, doctorRules(10, &findings));
+    EXPECT_EQ("warning", findings["findings"][0]["severity"]);
+    EXPECT_EQ((json{{"atr.result", 19},
+                    {"atr.outcomeText", "A JCOP 41 card entry is missing."},
+                    {"atr.resultText", findings["findings"][0]["facts"]["atr.resultText"]}}),
+              findings["findings"][0]["facts"]);
+    EXPECT_TRUE(findings["findings"][0]["facts"]["atr.resultText"].is_string());
+    EXPECT_EQ("needs a person: the PIV minidriver (OTMiddleware), which `atr set PIVMINIDRIVER` "
+              "would leave the card to, is not installed; GemSafeMD.dll, which `atr set GEMSAFE` "
+              "would point the card at, is not installed",
+              findings["findings"][0]["fix"]);
+    const auto run = zelplat("doctor");
+    EXPECT_EQ(10u, run.exitCode);
+    EXPECT_EQ("zelplat: doctor: could not assess: atr: A JCOP 41 card entry is missing.\r\n",
+              run.err);
+    EXPECT_EQ(std::string::npos, run.out.find("nothing wrong found")) << run.out;
+}
+
+TEST_F(ZelplatReport, DoctorFindsNothingWhenEverySectionAnsweredAndExits0) {
+    workstation.install(kInstalledAwp);
+    writeAgileApplet();
+    writeJcopEntries(0xFF);
     EXPECT_EQ(Rules{}, doctorRules(0));
     const auto run = zelplat("doctor");
     EXPECT_EQ(0u, run.exitCode);
     EXPECT_EQ("doctor: nothing wrong found\r\n", run.out);
+}
+
+// No false healthy: the JCOP 41 entries deleted in both views make the library's get fail; the
+// fix writes them towards the middleware that is installed, and a second run changes nothing.
+TEST_F(ZelplatReport, RuleAtrNotAnsweredEntriesMissingInBothViewsAreRecreated) {
+    workstation.install(kInstalledAwp);
+    writeAgileApplet();
+    json findings;
+    EXPECT_EQ(Rules{"atr-not-answered"}, doctorRules(2, &findings));
+    EXPECT_EQ("problem", findings["findings"][0]["severity"]);
+    EXPECT_EQ("zelplat atr set PIVMINIDRIVER", findings["findings"][0]["fix"]);
+    EXPECT_EQ(19, findings["findings"][0]["facts"]["atr.result"]);
+    EXPECT_EQ("entry missing", findings["findings"][0]["facts"]["atr.outcome"]);
+
+    const auto fixed = zelplat("doctor --fix --yes");
+    const std::string record = removeRecord(fixed.out);
+    EXPECT_EQ(0u, fixed.exitCode) << fixed.out;
+    EXPECT_EQ("fix atr-not-answered: zelplat atr set PIVMINIDRIVER\r\n"
+              "  machine-wide: needs an administrator (or SYSTEM)\r\n"
+              "\r\n"
+              "undo record: " +
+                  record +
+                  "\r\n"
+                  "zelplat atr set PIVMINIDRIVER: applied\r\n"
+                  "\r\n"
+                  "doctor: nothing wrong found\r\n",
+              fixed.out);
+    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0xFF, 0xFF}), atrFirstBytes());
+    const auto again = zelplat("doctor --fix --yes");
+    EXPECT_EQ(0u, again.exitCode);
+    EXPECT_EQ("\r\ndoctor: nothing wrong found\r\n", again.out);
+}
+
+// An ATR byte the library does not know, without the OT middleware: the answer is "unknown ATR",
+// and GEMSAFE is not offered while GemSafeMD.dll is not installed.
+TEST_F(ZelplatReport, UnknownAtrWithoutAnInstalledMinidriverIsNotRewritten) {
+    workstation.install(
+        {"{ZELTEST-GEMALTO}", "Classic Client 7.3 Patch 1 64 bits", "Gemalto", "7.3.1.23", 7, 3});
+    writeJcopEntries(0x12);
+    json findings;
+    // An ATR that is not FF claims the card for a file that is not there, too.
+    EXPECT_EQ((Rules{"minidriver-file-missing", "could-not-assess"}), doctorRules(10, &findings));
+    EXPECT_EQ(11, findings["findings"][1]["facts"]["atr.result"]);
+    EXPECT_EQ("install the middleware that brings GemSafeMD.dll", findings["findings"][0]["fix"]);
+    const auto fixed = zelplat("doctor --fix --yes");
+    EXPECT_EQ(10u, fixed.exitCode) << fixed.out;
+    EXPECT_EQ(std::string::npos, fixed.out.find("undo record")) << fixed.out;
+    EXPECT_EQ((std::vector<int>{0x12, 0x12, 0x12, 0x12}), atrFirstBytes());
 }
 
 TEST_F(ZelplatReport, RuleAtrMiddlewareMissing) {
@@ -340,6 +490,7 @@ TEST_F(ZelplatReport, RuleAtrViewsDisagree) {
 
 TEST_F(ZelplatReport, RulePivAppletNotSet) {
     workstation.install(kInstalledAwp);
+    writeJcopEntries(0xFF);
     json findings;
     EXPECT_EQ(Rules{"piv-applet-not-set"}, doctorRules(1, &findings));
     EXPECT_EQ("warning", findings["findings"][0]["severity"]);
@@ -353,6 +504,9 @@ TEST_F(ZelplatReport, RulePivAppletNotSet) {
 }
 
 TEST_F(ZelplatReport, RuleAgentNotRunning) {
+    workstation.install(kInstalledAwp);
+    writeAgileApplet();
+    writeJcopEntries(0xFF);
     installVessant();
     json findings;
     EXPECT_EQ(Rules{"agent-not-running"}, doctorRules(1, &findings));
@@ -366,10 +520,17 @@ TEST_F(ZelplatReport, RuleAgentNotRunning) {
 }
 
 TEST_F(ZelplatReport, RuleSpringCheckRecordMismatch) {
+    workstation.install(kInstalledAwp);
+    writeAgileApplet();
+    writeJcopEntries(0xFF);
     setCardRemovalCheck(HKEY_CURRENT_USER, kTqIAUserKey, "False");
     json findings;
     EXPECT_EQ(Rules{"spring-check-record-mismatch"}, doctorRules(1, &findings));
-    EXPECT_EQ("zelplat ia spring-check off", findings["findings"][0]["fix"]);
+    // Making the switched-off check permanent is the organisation's decision, not the doctor's.
+    EXPECT_EQ("needs a person: `zelplat ia spring-check off` would make the switched-off "
+              "card-removal check permanent; declare what is intended with --expect "
+              "spring-check=default|off",
+              findings["findings"][0]["fix"]);
 
     zeltest::DeleteKeyTree(HKEY_CURRENT_USER, kTqIAUserKey);
     zeltest::WriteValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue, REG_BINARY,
@@ -395,7 +556,8 @@ TEST_F(ZelplatReport, PerUserFixWritesTheUsersUndoRecordAndUndoPutsTheValuesBack
     zeltest::WriteValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue, REG_BINARY, stored);
     zeltest::DeleteKeyTree(HKEY_CURRENT_USER, "SOFTWARE\\Oberthur Technologies");
 
-    const auto fixed = zelplat("doctor --fix --yes");
+    // This test is about the per-user record alone: the card is not assessed here.
+    const auto fixed = zelplat("doctor --fix --yes --skip could-not-assess");
     EXPECT_EQ(0u, fixed.exitCode) << fixed.out;
     const std::string lead = "undo record: ";
     const std::size_t at = fixed.out.find(lead);
@@ -514,6 +676,9 @@ TEST_F(ZelplatReport, UndoRemovesTheKeysTheFixCreated) {
 }
 
 TEST_F(ZelplatReport, RuleSpringCheckRestartPending) {
+    workstation.install(kInstalledAwp);
+    writeAgileApplet();
+    writeJcopEntries(0xFF);
     installVessant();
     {
         zeltest::AgentStandIn agent(kTqKVRAgentExecutable);
@@ -538,13 +703,15 @@ TEST_F(ZelplatReport, RuleSpringCheckRestartPending) {
 TEST_F(ZelplatReport, RuleRegistryAccessDenied) {
     workstation.install(kInstalledAwp);
     setApplet();
+    writeJcopEntries(0xFF);
     const std::string entry = std::string(zeltest::kUninstallKey) + "\\{ZELTEST-AWP}";
     json findings;
     {
         const zeltest::DeniedKey denied(HKEY_LOCAL_MACHINE, entry, KEY_WOW64_64KEY);
         // The search for the OT middleware failed on that key: the doctor cannot say whether it
         // is installed, and its exit code says so.
-        EXPECT_EQ(Rules{"registry-access-denied"}, doctorRules(10, &findings));
+        EXPECT_EQ((Rules{"registry-access-denied", "could-not-assess"}),
+                  doctorRules(10, &findings));
         const auto run = zelplat("doctor");
         EXPECT_EQ(10u, run.exitCode);
         EXPECT_EQ("zelplat: doctor: could not assess: oberthur: The installed programs could not "
@@ -558,6 +725,7 @@ TEST_F(ZelplatReport, RuleRegistryAccessDenied) {
 
 TEST_F(ZelplatReport, DoctorTextNamesSeverityFactsAndFixWithoutColour) {
     workstation.install(kInstalledAwp);
+    writeJcopEntries(0xFF);
     const auto run = zelplat("doctor");
     EXPECT_EQ(1u, run.exitCode);
     EXPECT_EQ("WARNING  piv-applet-not-set\r\n"
@@ -571,6 +739,130 @@ TEST_F(ZelplatReport, DoctorTextNamesSeverityFactsAndFixWithoutColour) {
               "\r\n"
               "doctor: 0 problems, 1 warning\r\n",
               run.out);
+}
+
+// CardRemovalCheck switched off by hand, no ZelCheck: without a policy --fix --yes leaves both
+// as they were; with the policy it restores the default.
+TEST_F(ZelplatReport, SpringCheckSwitchedOffByHandIsConfirmedOnlyByAPolicy) {
+    workstation.install(kInstalledAwp);
+    writeAgileApplet();
+    writeJcopEntries(0xFF);
+    const std::string offText = "False";
+    zeltest::WriteExactValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqCardRemovalCheckValue, REG_SZ,
+                             std::vector<BYTE>(offText.begin(), offText.end()));
+    const auto before =
+        zeltest::ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqCardRemovalCheckValue);
+    ASSERT_TRUE(before.present);
+
+    const auto fixed = zelplat("doctor --fix --yes");
+    EXPECT_EQ(1u, fixed.exitCode) << fixed.out;
+    EXPECT_EQ(0u, fixed.out.find("fix spring-check-record-mismatch: needs a person: `zelplat ia "
+                                 "spring-check off` would make the switched-off card-removal "
+                                 "check permanent; declare what is intended with --expect "
+                                 "spring-check=default|off\r\n\r\n"))
+        << fixed.out;
+    EXPECT_EQ("", removeRecord(fixed.out));
+    const auto after =
+        zeltest::ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqCardRemovalCheckValue);
+    EXPECT_TRUE(after.present);
+    EXPECT_EQ(before.type, after.type);
+    EXPECT_EQ(before.data, after.data);
+    EXPECT_FALSE(zeltest::ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue).present);
+
+    // The policy declared: the workstation differs from it, and the fix moves it there.
+    EXPECT_EQ(1u, zelplat("doctor --expect spring-check=default").exitCode);
+    const auto restored = zelplat("doctor --fix --yes --expect spring-check=default");
+    removeRecord(restored.out);
+    EXPECT_EQ(0u, restored.exitCode) << restored.out;
+    EXPECT_NE(std::string::npos, restored.out.find("zelplat ia spring-check default: applied\r\n"))
+        << restored.out;
+    EXPECT_FALSE(
+        zeltest::ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqCardRemovalCheckValue).present);
+    EXPECT_FALSE(zeltest::ReadValue(HKEY_CURRENT_USER, kTqIAUserKey, kTqZelCheckValue).present);
+    const auto again = zelplat("doctor --fix --yes --expect spring-check=default");
+    EXPECT_EQ(0u, again.exitCode);
+    EXPECT_EQ("\r\ndoctor: nothing wrong found\r\n", again.out);
+}
+
+// A policy file, --only and --skip select what the doctor reports; a policy zelplat does not
+// understand is a usage error, never a verdict.
+TEST_F(ZelplatReport, PolicyFileOnlyAndSkipSelectRules) {
+    workstation.install(kInstalledAwp);
+    writeJcopEntries(0xFF);
+    installVessant();
+    EXPECT_EQ(1u, zelplat("doctor --only agent-not-running").exitCode);
+    const auto only = zelplat("doctor --json --only piv-applet-not-set");
+    EXPECT_EQ(1u, only.exitCode);
+    const json onlyAnswer = json::parse(only.out, nullptr, false);
+    ASSERT_EQ(1u, onlyAnswer["findings"].size()) << only.out;
+    EXPECT_EQ("piv-applet-not-set", onlyAnswer["findings"][0]["rule"]);
+    EXPECT_EQ(0u, zelplat("doctor --skip piv-applet-not-set --skip agent-not-running").exitCode);
+
+    const std::string path = [] {
+        char temp[MAX_PATH + 1] = {};
+        ::GetTempPathA(sizeof temp, temp);
+        return std::string(temp) + "zelplat-policy.json";
+    }();
+    {
+        std::ofstream(path, std::ios::binary)
+            << R"({"applet": "COMPATIBILITY", "skip": ["agent-not-running"]})";
+    }
+    const auto policy = zelplat("doctor --json --expect \"" + path + "\"");
+    const json answer = json::parse(policy.out, nullptr, false);
+    ASSERT_TRUE(answer.is_object()) << policy.out << policy.err;
+    ASSERT_EQ(2u, answer["findings"].size()) << policy.out;
+    EXPECT_EQ("zelplat enrollment set COMPATIBILITY", answer["findings"][0]["fix"]);
+    EXPECT_EQ("expected-applet", answer["findings"][1]["rule"]);
+    EXPECT_EQ(1u, policy.exitCode);
+
+    { std::ofstream(path, std::ios::binary) << R"({"applet": "AGILE2"})"; }
+    EXPECT_EQ(30u, zelplat("doctor --expect \"" + path + "\"").exitCode);
+    ::DeleteFileA(path.c_str());
+    EXPECT_EQ(30u, zelplat("doctor --expect spring-check=on").exitCode);
+    EXPECT_EQ(30u, zelplat("doctor --only no-such-rule").exitCode);
+}
+
+// The library reads the applet leniently: a value of another size, or a key that refuses writing,
+// answers AGILE whatever is stored. The report shows what is stored, and a rule says they differ.
+TEST_F(ZelplatReport, RuleEnrollmentAnswerDiffersFromTheStoredValue) {
+    workstation.install(kInstalledAwp);
+    writeJcopEntries(0xFF);
+    zeltest::WriteValue(HKEY_CURRENT_USER, kTqEnrollmentKey, kTqEnrollmentValue, REG_QWORD,
+                        {1, 0, 0, 0, 0, 0, 0, 0});
+    json document = report();
+    EXPECT_EQ("AGILE", document["enrollment"]["mode"]);
+    EXPECT_EQ((json{{"present", true},
+                    {"type", "REG_QWORD"},
+                    {"data", "0100000000000000"},
+                    {"meaning", "COMPATIBILITY"},
+                    {"keyWritable", true}}),
+              document["enrollment"]["stored"]);
+    json findings;
+    EXPECT_EQ(Rules{"enrollment-answer-differs"}, doctorRules(1, &findings));
+    EXPECT_EQ("The library answers AGILE for the PIV minidriver's applet, but COMPATIBILITY is "
+              "stored: the answer is not what is stored.",
+              findings["findings"][0]["summary"]);
+
+    // COMPATIBILITY (1) stored as the library stores it, in a key that refuses writing.
+    zeltest::WriteValue(HKEY_CURRENT_USER, kTqEnrollmentKey, kTqEnrollmentValue, REG_DWORD,
+                        {1, 0, 0, 0});
+    EXPECT_EQ(Rules{}, doctorRules(0));
+    {
+        const zeltest::SavedKeySecurity saved(HKEY_CURRENT_USER, kTqEnrollmentKey);
+        PSECURITY_DESCRIPTOR descriptor = nullptr;
+        // Setting values and making subkeys denied; reading allowed.
+        ASSERT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorA(
+            "D:(D;;0x6;;;WD)(A;;KA;;;WD)", SDDL_REVISION_1, &descriptor, nullptr));
+        const TqUniqueLocalMemory owned(descriptor);
+        ASSERT_EQ(ERROR_SUCCESS,
+                  ::RegSetKeySecurity(saved.key(), DACL_SECURITY_INFORMATION, descriptor));
+        document = report();
+        EXPECT_EQ("AGILE", document["enrollment"]["mode"]);
+        EXPECT_EQ(false, document["enrollment"]["stored"]["keyWritable"]);
+        EXPECT_EQ("COMPATIBILITY", document["enrollment"]["stored"]["meaning"]);
+        EXPECT_EQ(Rules{"enrollment-answer-differs"}, doctorRules(1, &findings));
+        EXPECT_EQ(false, findings["findings"][0]["facts"]["enrollment.stored.keyWritable"]);
+    }
 }
 
 TEST_F(ZelplatReport, HelpForTheNewCommands) {

@@ -275,6 +275,52 @@ TEST_F(ZelplatSampleWorkstation, DoctorFixYesRepairsWhatItCanAndTheDoctorFindsNo
     EXPECT_EQ(1u, after.exitCode);
     EXPECT_EQ(std::string::npos, after.out.find("PROBLEM"));
     EXPECT_NE(std::string::npos, after.out.find("doctor: 0 problems, 1 warning\r\n"));
+    // A second run changes nothing.
+    const std::vector<zeltest::StoredValue> fixedValues = entryValues();
+    const auto again = zelplat("doctor --fix --yes");
+    EXPECT_EQ(1u, again.exitCode);
+    EXPECT_EQ("", recordPath(again.out)) << again.out;
+    EXPECT_EQ(described(fixedValues), described(entryValues()));
+}
+
+// The AWP Uninstall entry gone (a half-uninstalled middleware) while Classic Client is registered
+// without its GemSafeMD.dll: no fix may give the card to a file that is not there, and the
+// advice does not go back and forth.
+TEST_F(ZelplatSampleWorkstation, HalfUninstalledMiddlewareFixChangesNoCardEntryAndNamesTheFile) {
+    zeltest::DeleteKeyTree(HKEY_LOCAL_MACHINE,
+                           "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\{78CD21FA-"
+                           "042D-4AA8-A087-A082215EB661}",
+                           KEY_WOW64_64KEY);
+    const std::vector<zeltest::StoredValue> before = entryValues();
+    const std::string reason =
+        "needs a person: GemSafeMD.dll, which `atr set GEMSAFE` would point the card at, is not "
+        "installed";
+    const auto found = zelplat("doctor --json");
+    EXPECT_EQ(2u, found.exitCode) << found.out;
+    const json answer = json::parse(found.out, nullptr, false);
+    ASSERT_TRUE(answer.is_object()) << found.out;
+    std::vector<std::string> fixes;
+    for (const json& finding : answer["findings"]) {
+        fixes.push_back(finding["rule"].get<std::string>() + ": " +
+                        finding["fix"].get<std::string>());
+    }
+    EXPECT_EQ((std::vector<std::string>{
+                  "atr-middleware-missing: " + reason, "atr-views-disagree: " + reason,
+                  "minidriver-file-missing: install the middleware that brings GemSafeMD.dll",
+                  "agent-not-running: start the agent (IdentityAgent.exe or GACService.exe), then "
+                  "zelplat ia --table"}),
+              fixes);
+
+    for (int run = 0; run < 2; ++run) {
+        const auto fixed = zelplat("doctor --fix --yes");
+        EXPECT_EQ(2u, fixed.exitCode) << fixed.out;
+        EXPECT_EQ("", recordPath(fixed.out)) << fixed.out;
+        EXPECT_EQ(0u, fixed.out.find("fix atr-middleware-missing: " + reason + "\r\n" +
+                                     "fix atr-views-disagree: " + reason + "\r\n"))
+            << fixed.out;
+        EXPECT_EQ(std::string::npos, fixed.out.find("applied")) << fixed.out;
+        EXPECT_EQ(described(before), described(entryValues()));
+    }
 }
 
 // The record holds every entry's bytes as they were; the undo brings exactly those back, and

@@ -1,5 +1,6 @@
 #include "doctor/Doctor.h"
 
+#include "doctor/DoctorJudgement.h"
 #include "doctor/DoctorRules.h"
 
 namespace {
@@ -13,12 +14,19 @@ const char* middlewareOf(const std::string& atrAnswer) {
     return atrAnswer == "GEMSAFE" ? "GemaltoMiddleware" : "OTMiddleware";
 }
 
-// The answer the entries should give on this workstation: the one whose middleware is there.
+// The answer the entries should give on this workstation: the one whose middleware and
+// minidriver are there; when none is, the judgement of the fix names what is missing.
 std::string fittingAnswer(const ReportJson& report, const std::string& current) {
-    if (current == "GEMSAFE" || current == "PIVMINIDRIVER") {
-        if (detected(report, middlewareOf(current))) {
-            return current;
-        }
+    const std::string expected = ReportTextAt(report, "/expected/minidriver");
+    if (!expected.empty()) {
+        return expected;
+    }
+    if ((current == "GEMSAFE" || current == "PIVMINIDRIVER") &&
+        AtrWordBlocker(report, current).empty()) {
+        return current;
+    }
+    if (!InstalledAtrWord(report).empty()) {
+        return InstalledAtrWord(report);
     }
     return detected(report, "GemaltoMiddleware") && !detected(report, "OTMiddleware")
                ? "GEMSAFE"
@@ -31,7 +39,8 @@ void atrMiddlewareMissing(const ReportJson& report, std::vector<Finding>& findin
         return;
     }
     const std::string middleware = middlewareOf(answer);
-    if (detected(report, middleware)) {
+    // A search that did not answer says nothing about the middleware: could-not-assess says so.
+    if (ReportTextAt(report, "/middleware/document/" + middleware + "/Detected") != "false") {
         return;
     }
     const std::string other = answer == "GEMSAFE" ? "PIVMINIDRIVER" : "GEMSAFE";
@@ -87,13 +96,15 @@ void pivAppletNotSet(const ReportJson& report, std::vector<Finding>& findings) {
     if (!detected(report, "OTMiddleware") || mode != "NOT SET") {
         return;
     }
+    const std::string expected = ReportTextAt(report, "/expected/applet");
     findings.push_back({"piv-applet-not-set", "warning",
                         "The PIV minidriver (OT middleware) is installed, but no enrollment "
                         "applet is set for this user.",
                         ReportJson{{"OTMiddleware.Detected", "true"},
                                    {"enrollment.mode", mode},
                                    {"enrollment.result", report["enrollment"].value("result", 0)}},
-                        "zelplat enrollment set AGILE|COMPATIBILITY"});
+                        "zelplat enrollment set " +
+                            (expected.empty() ? std::string("AGILE|COMPATIBILITY") : expected)});
 }
 
 void agentNotRunning(const ReportJson& report, std::vector<Finding>& findings) {
@@ -121,7 +132,9 @@ std::string ReportTextAt(const ReportJson& report, const std::string& pointer) {
     return report.at(at).get<std::string>();
 }
 
-std::vector<Finding> DiagnoseReport(const ReportJson& report) {
+namespace {
+
+std::vector<Finding> everyRule(const ReportJson& report) {
     std::vector<Finding> findings;
     atrMiddlewareMissing(report, findings);
     atrViewsDisagree(report, findings);
@@ -132,5 +145,39 @@ std::vector<Finding> DiagnoseReport(const ReportJson& report) {
     SpringCheckRecordMismatch(report, findings);
     SpringCheckRestartPending(report, findings);
     RegistryAccessDenied(report, findings);
+    AtrNotAnswered(report, findings);
+    CouldNotAssess(report, findings);
+    ExpectedStateDiffers(report, findings);
+    EnrollmentAnswerDiffers(report, findings);
     return findings;
+}
+
+} // namespace
+
+std::vector<Finding> DiagnoseReport(const ReportJson& report, const DoctorPolicy& policy) {
+    // The rules read the policy beside the facts, so that a predicted state carries it too.
+    ReportJson judged = report;
+    judged["expected"] = policy;
+    std::vector<Finding> findings = everyRule(judged);
+    JudgeFixes(judged, findings, everyRule);
+    return findings;
+}
+
+const std::vector<std::string>& DoctorRuleNames() {
+    static const std::vector<std::string> names = {"atr-middleware-missing",
+                                                   "atr-views-disagree",
+                                                   "minidriver-file-missing",
+                                                   "piv-applet-not-set",
+                                                   "piv-applet-unused",
+                                                   "agent-not-running",
+                                                   "spring-check-record-mismatch",
+                                                   "spring-check-restart-pending",
+                                                   "registry-access-denied",
+                                                   "atr-not-answered",
+                                                   "could-not-assess",
+                                                   "expected-spring-check",
+                                                   "expected-applet",
+                                                   "expected-minidriver",
+                                                   "enrollment-answer-differs"};
+    return names;
 }

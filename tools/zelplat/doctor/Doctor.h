@@ -18,5 +18,15 @@ struct Finding {
 // The text under a JSON pointer of the report ("/atr/answer"), or "" when there is none there.
 std::string ReportTextAt(const ReportJson& report, const std::string& pointer);
 
-// Every rule in the order of the README's table, over one report.
-std::vector<Finding> DiagnoseReport(const ReportJson& report);
+// What the organisation intends for the settings the doctor would otherwise have to guess:
+// "springCheck" ("default" or "off"), "applet" ("AGILE" or "COMPATIBILITY") and "minidriver"
+// ("GEMSAFE" or "PIVMINIDRIVER"), each absent when not declared.
+using DoctorPolicy = ReportJson;
+
+// Every rule in the order of the README's table, over one report, each fix judged on the state
+// it would produce.
+std::vector<Finding> DiagnoseReport(const ReportJson& report,
+                                    const DoctorPolicy& policy = DoctorPolicy::object());
+
+// Every rule's name, in the order of the README's table.
+const std::vector<std::string>& DoctorRuleNames();

@@ -1,6 +1,7 @@
 #include "doctor/DoctorCommand.h"
 
 #include "doctor/Doctor.h"
+#include "doctor/DoctorJudgement.h"
 #include "doctor/RepairRecord.h"
 #include "doctor/RepairTestHook.h"
 #include "report/ReportTable.h"
@@ -11,7 +12,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <io.h>
+#include <sstream>
 
 namespace {
 
@@ -62,7 +65,90 @@ struct DoctorOptions {
     bool dryRun = false;
     std::string scope; // "", "machine" or "user"
     std::string undo;  // the record to put back
+    DoctorPolicy policy = DoctorPolicy::object();
+    std::vector<std::string> only;
+    std::vector<std::string> skip;
 };
+
+// "spring-check=default" and its like: the policy's words, as --expect and its file spell them.
+bool takeExpectation(const std::string& key, const std::string& value, DoctorPolicy& policy) {
+    const struct {
+        const char* key;
+        const char* member;
+        const char* first;
+        const char* second;
+    } kKeys[] = {{"spring-check", "springCheck", "default", "off"},
+                 {"applet", "applet", "AGILE", "COMPATIBILITY"},
+                 {"minidriver", "minidriver", "GEMSAFE", "PIVMINIDRIVER"}};
+    for (const auto& known : kKeys) {
+        if (key == known.key && (value == known.first || value == known.second)) {
+            policy[known.member] = value;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool knownRule(const std::string& rule) {
+    const std::vector<std::string>& names = DoctorRuleNames();
+    return std::find(names.begin(), names.end(), rule) != names.end();
+}
+
+// --expect spring-check=default,applet=AGILE, or --expect FILE holding
+// {"spring-check": "default", "applet": "AGILE", "minidriver": "GEMSAFE", "skip": [rules]}.
+bool readExpectation(const std::string& argument, DoctorOptions& options) {
+    if (argument.find('=') != std::string::npos) {
+        std::size_t start = 0;
+        while (start <= argument.size()) {
+            const std::size_t comma = std::min(argument.find(',', start), argument.size());
+            const std::string pair = argument.substr(start, comma - start);
+            const std::size_t equals = pair.find('=');
+            if (equals == std::string::npos ||
+                !takeExpectation(pair.substr(0, equals), pair.substr(equals + 1), options.policy)) {
+                return false;
+            }
+            start = comma + 1;
+        }
+        return true;
+    }
+    std::ifstream in(argument, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    const ReportJson file = ReportJson::parse(text.str(), nullptr, false);
+    if (!in || !file.is_object()) {
+        return false;
+    }
+    for (auto member = file.begin(); member != file.end(); ++member) {
+        if (member.key() == "skip" && member.value().is_array()) {
+            for (const ReportJson& rule : member.value()) {
+                if (!rule.is_string() || !knownRule(rule.get<std::string>())) {
+                    return false;
+                }
+                options.skip.push_back(rule.get<std::string>());
+            }
+        } else if (!member.value().is_string() ||
+                   !takeExpectation(member.key(), member.value().get<std::string>(),
+                                    options.policy)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The findings of the rules --only and --skip leave.
+std::vector<Finding> selected(std::vector<Finding> findings, const DoctorOptions& options) {
+    findings.erase(std::remove_if(findings.begin(), findings.end(),
+                                  [&](const Finding& finding) {
+                                      const auto named = [&](const std::vector<std::string>& list) {
+                                          return std::find(list.begin(), list.end(),
+                                                           finding.rule) != list.end();
+                                      };
+                                      return (!options.only.empty() && !named(options.only)) ||
+                                             named(options.skip);
+                                  }),
+                   findings.end());
+    return findings;
+}
 
 // A fix zelplat applies itself: one of the library's switches, with its exact word.
 struct AutomaticFix {
@@ -283,6 +369,10 @@ FixRun applyFixes(const PlatformDll& dll, const std::vector<Finding>& findings,
     std::vector<std::string> done;
     for (const Finding& finding : findings) {
         const AutomaticFix* fix = automaticFix(finding.fix);
+        if (finding.fix.rfind(kNeedsAPerson, 0) == 0) {
+            std::fprintf(out, "fix %s: %s\n", finding.rule.c_str(), finding.fix.c_str());
+            continue;
+        }
         if (fix == nullptr) {
             std::fprintf(out, "fix %s: zelplat cannot do this itself: %s\n", finding.rule.c_str(),
                          finding.fix.c_str());
@@ -391,12 +481,21 @@ int undoRepair(const std::string& file) {
     return zelexit::kHealthy;
 }
 
-// The queries the rules read: one that failed leaves the doctor without an answer about it.
-std::string failedQuery(const ReportJson& report) {
-    for (const char* section : {"enrollment", "atr", "middleware", "oberthur"}) {
-        if (ReportTextAt(report, std::string("/") + section + "/outcome") == "failed") {
-            return std::string(section) + ": " +
-                   ReportTextAt(report, std::string("/") + section + "/outcomeText");
+// The queries the rules read that did not answer: the doctor has nothing to say about them.
+std::string failedQuery(const std::vector<Finding>& findings) {
+    for (const Finding& finding : findings) {
+        if (finding.rule != "could-not-assess") {
+            continue;
+        }
+        for (auto fact = finding.facts.begin(); fact != finding.facts.end(); ++fact) {
+            const std::string key = fact.key();
+            const std::string suffix = ".outcomeText";
+            if (key.size() > suffix.size() &&
+                key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0 &&
+                fact.value().is_string()) {
+                return key.substr(0, key.size() - suffix.size()) + ": " +
+                       fact.value().get<std::string>();
+            }
         }
     }
     return "";
@@ -418,6 +517,12 @@ bool readDoctorOptions(const Arguments& arguments, DoctorOptions& options, std::
             options.scope = arguments[++at];
         } else if (argument == "--undo" && at + 1 < arguments.size() && options.undo.empty()) {
             options.undo = arguments[++at];
+        } else if (argument == "--expect" && at + 1 < arguments.size() &&
+                   readExpectation(arguments[at + 1], options)) {
+            ++at;
+        } else if ((argument == "--only" || argument == "--skip") && at + 1 < arguments.size() &&
+                   knownRule(arguments[at + 1])) {
+            (argument == "--only" ? options.only : options.skip).push_back(arguments[++at]);
         } else {
             unknown = argument;
             return false;
@@ -451,17 +556,17 @@ int RunDoctorCommand(const Arguments& arguments, const char* logFile) {
         return zelexit::kLibraryNotLoaded;
     }
     ReportJson report = BuildReport(dll, logFile);
-    std::vector<Finding> findings = DiagnoseReport(report);
+    std::vector<Finding> findings = selected(DiagnoseReport(report, options.policy), options);
     FixRun run;
     if (options.fix) {
         // With --json the document alone goes to standard output.
         run = applyFixes(dll, findings, options, logFile, json ? stderr : stdout);
         if (!options.dryRun) {
             report = BuildReport(dll, logFile);
-            findings = DiagnoseReport(report);
+            findings = selected(DiagnoseReport(report, options.policy), options);
         }
     }
-    const std::string failed = failedQuery(report);
+    const std::string failed = failedQuery(findings);
     if (!failed.empty()) {
         std::fprintf(stderr, "zelplat: doctor: could not assess: %s\n", failed.c_str());
         run.atLeast(zelexit::kCouldNotAssess);

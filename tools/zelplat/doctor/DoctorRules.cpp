@@ -1,5 +1,7 @@
 #include "doctor/DoctorRules.h"
 
+#include "doctor/DoctorJudgement.h"
+
 #include <algorithm>
 #include <cctype>
 
@@ -29,6 +31,7 @@ void SpringCheckRecordMismatch(const ReportJson& report, std::vector<Finding>& f
         return;
     }
     const std::string status = ReportTextAt(report, "/identityAgent/document/springCheck/status");
+    const std::string expected = ReportTextAt(report, "/expected/springCheck");
     findings.push_back(
         {"spring-check-record-mismatch", "warning",
          recorded ? "A ZelCheck record is stored, but this user's spring check is not switched "
@@ -38,7 +41,9 @@ void SpringCheckRecordMismatch(const ReportJson& report, std::vector<Finding>& f
          ReportJson{{"identityAgent.userSettings.cardRemovalCheck", check},
                     {"identityAgent.userSettings.zelCheckBytes", record},
                     {"identityAgent.document.springCheck.status", status}},
-         recorded ? "zelplat ia spring-check default" : "zelplat ia spring-check off"});
+         "zelplat ia spring-check " + (!expected.empty() ? expected
+                                       : recorded        ? std::string("default")
+                                                         : "off")});
 }
 
 // An entry that claims the card sends it to a minidriver file that is not there: System32 for
@@ -87,7 +92,10 @@ void PivAppletUnused(const ReportJson& report, std::vector<Finding>& findings) {
          ReportJson{{"enrollment.mode", mode},
                     {"atr.servedBy.64-bit", served64},
                     {"atr.servedBy.32-bit", served32}},
-         "zelplat atr set PIVMINIDRIVER, if the PIV minidriver is to serve the card"});
+         AtrWordBlocker(report, "PIVMINIDRIVER").empty()
+             ? std::string(
+                   "zelplat atr set PIVMINIDRIVER, if the PIV minidriver is to serve the card")
+             : kNeedsAPerson + AtrWordBlocker(report, "PIVMINIDRIVER")});
 }
 
 // The agent reads its spring check when it starts: a switch made while this agent process runs
@@ -130,4 +138,125 @@ void RegistryAccessDenied(const ReportJson& report, std::vector<Finding>& findin
                         ReportJson{{"deniedKeys", denied}},
                         "zelplat doctor, run by an administrator (or give this user read "
                         "access to the keys)"});
+}
+
+namespace {
+
+// The answers of GetATRMiddlewareDetection that leave the card without a known minidriver.
+bool atrUnanswered(const ReportJson& report) {
+    const std::string outcome = ReportTextAt(report, "/atr/outcome");
+    return outcome == "entry missing" || outcome == "entry unreadable" ||
+           outcome == "entries disagree" || outcome == "unknown ATR";
+}
+
+} // namespace
+
+// The entries the library cannot read give no program the card; `atr set` writes them whole,
+// but only towards a middleware whose minidriver is there.
+void AtrNotAnswered(const ReportJson& report, std::vector<Finding>& findings) {
+    const std::string word = InstalledAtrWord(report);
+    if (!atrUnanswered(report) || word.empty()) {
+        return;
+    }
+    const ReportJson& atr = report["atr"];
+    findings.push_back({"atr-not-answered", "problem",
+                        "The JCOP 41 card entries do not tell which minidriver serves the card (" +
+                            ReportTextAt(report, "/atr/outcome") +
+                            "): programs cannot use the card.",
+                        ReportJson{{"atr.result", atr.value("result", 0)},
+                                   {"atr.outcome", atr.value("outcome", "")},
+                                   {"atr.outcomeText", atr.value("outcomeText", "")},
+                                   {"atr.resultText", atr.value("resultText", ReportJson())}},
+                        "zelplat atr set " + word});
+}
+
+// A query that failed leaves the doctor without an answer about it: "nothing wrong found" only
+// when every section the rules read answered.
+void CouldNotAssess(const ReportJson& report, std::vector<Finding>& findings) {
+    const bool atrCovered =
+        std::any_of(findings.begin(), findings.end(),
+                    [](const Finding& finding) { return finding.rule == "atr-not-answered"; });
+    for (const char* name : {"enrollment", "atr", "middleware", "oberthur"}) {
+        const std::string section = name;
+        const std::string outcome = ReportTextAt(report, "/" + section + "/outcome");
+        const bool failed =
+            outcome == "failed" || (section == "atr" && atrUnanswered(report) && !atrCovered);
+        if (!failed) {
+            continue;
+        }
+        const ReportJson& answer = report[section];
+        findings.push_back(
+            {"could-not-assess", "warning",
+             "The " + section + " query did not answer (" + outcome +
+                 "): the doctor cannot say whether it is right.",
+             ReportJson{{section + ".result", answer.value("result", 0)},
+                        {section + ".outcomeText", answer.value("outcomeText", "")},
+                        {section + ".resultText", answer.value("resultText", ReportJson())}},
+             section == "atr" ? kNeedsAPerson + AtrWordBlocker(report, "PIVMINIDRIVER") + "; " +
+                                    AtrWordBlocker(report, "GEMSAFE")
+                              : std::string("zelplat report, then ask the library's log why")});
+    }
+}
+
+// A declared policy: each setting that differs from it is a finding whose fix moves the
+// workstation there.
+void ExpectedStateDiffers(const ReportJson& report, std::vector<Finding>& findings) {
+    const std::string springCheck = ReportTextAt(report, "/expected/springCheck");
+    if (!springCheck.empty()) {
+        const ReportJson settings =
+            report.value("/identityAgent/userSettings"_json_pointer, ReportJson::object());
+        const ReportJson check = settings.value("cardRemovalCheck", ReportJson());
+        const ReportJson record = settings.value("zelCheckBytes", ReportJson());
+        const bool off = check.is_string() && switchesOff(check.get<std::string>());
+        const bool asExpected =
+            springCheck == "off" ? off && !record.is_null() : !off && record.is_null();
+        if (!asExpected) {
+            findings.push_back(
+                {"expected-spring-check", "warning",
+                 "This user's spring check is not as the policy declares it (" + springCheck + ").",
+                 ReportJson{{"expected.spring-check", springCheck},
+                            {"identityAgent.userSettings.cardRemovalCheck", check},
+                            {"identityAgent.userSettings.zelCheckBytes", record}},
+                 "zelplat ia spring-check " + springCheck});
+        }
+    }
+    const std::string applet = ReportTextAt(report, "/expected/applet");
+    const std::string mode = ReportTextAt(report, "/enrollment/mode");
+    if (!applet.empty() && mode != applet &&
+        ReportTextAt(report, "/middleware/document/OTMiddleware/Detected") == "true") {
+        findings.push_back({"expected-applet", "warning",
+                            "The PIV minidriver's applet is not the one the policy declares.",
+                            ReportJson{{"expected.applet", applet}, {"enrollment.mode", mode}},
+                            "zelplat enrollment set " + applet});
+    }
+    const std::string minidriver = ReportTextAt(report, "/expected/minidriver");
+    const std::string answer = ReportTextAt(report, "/atr/answer");
+    if (!minidriver.empty() && answer != minidriver) {
+        findings.push_back({"expected-minidriver", "warning",
+                            "The JCOP 41 card entries do not give the card to the minidriver the "
+                            "policy declares.",
+                            ReportJson{{"expected.minidriver", minidriver}, {"atr.answer", answer}},
+                            "zelplat atr set " + minidriver});
+    }
+}
+
+// The library's applet answer is lenient: a key it cannot open for writing, or a value of
+// another size, reads as AGILE. An answer that is not what is stored is worth a warning.
+void EnrollmentAnswerDiffers(const ReportJson& report, std::vector<Finding>& findings) {
+    const std::string mode = ReportTextAt(report, "/enrollment/mode");
+    const std::string meaning = ReportTextAt(report, "/enrollment/stored/meaning");
+    const ReportJson stored = report.value("/enrollment/stored"_json_pointer, ReportJson::object());
+    if ((mode != "AGILE" && mode != "COMPATIBILITY") || meaning.empty() || meaning == mode) {
+        return;
+    }
+    findings.push_back(
+        {"enrollment-answer-differs", "warning",
+         "The library answers " + mode + " for the PIV minidriver's applet, but " + meaning +
+             " is stored: the answer is not what is stored.",
+         ReportJson{{"enrollment.mode", mode},
+                    {"enrollment.stored.type", stored.value("type", ReportJson())},
+                    {"enrollment.stored.data", stored.value("data", ReportJson())},
+                    {"enrollment.stored.keyWritable", stored.value("keyWritable", ReportJson())}},
+         "needs a person: give this user write access to the applet's key, or "
+         "store the applet as a 4-byte REG_DWORD (zelplat enrollment set)"});
 }

@@ -9,3 +9,7 @@ void RegistryAccessDenied(const ReportJson& report, std::vector<Finding>& findin
 void MinidriverFileMissing(const ReportJson& report, std::vector<Finding>& findings);
 void PivAppletUnused(const ReportJson& report, std::vector<Finding>& findings);
 void SpringCheckRestartPending(const ReportJson& report, std::vector<Finding>& findings);
+void AtrNotAnswered(const ReportJson& report, std::vector<Finding>& findings);
+void CouldNotAssess(const ReportJson& report, std::vector<Finding>& findings);
+void ExpectedStateDiffers(const ReportJson& report, std::vector<Finding>& findings);
+void EnrollmentAnswerDiffers(const ReportJson& report, std::vector<Finding>& findings);

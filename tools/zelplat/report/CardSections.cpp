@@ -2,10 +2,14 @@
 #include "report/ReportSections.h"
 
 #include "common/RegistryFacts.h"
+#include "base/TqUniqueResource.h"
 #include "card/TqATRMiddleware.h"
 #include "card/TqEnrollmentMode.h"
 
 namespace {
+
+// The minidriver file the set names in every entry it writes.
+constexpr const char* kGemSafeFile = "GemSafeMD.dll";
 
 const char* stateName(KeyState state) {
     switch (state) {
@@ -68,6 +72,55 @@ ReportJson jcopEntry(const char* entry, const char* path, REGSAM view) {
     return answer;
 }
 
+const char* typeName(DWORD type) {
+    switch (type) {
+    case REG_DWORD:
+        return "REG_DWORD";
+    case REG_QWORD:
+        return "REG_QWORD";
+    case REG_SZ:
+        return "REG_SZ";
+    case REG_EXPAND_SZ:
+        return "REG_EXPAND_SZ";
+    case REG_BINARY:
+        return "REG_BINARY";
+    case REG_MULTI_SZ:
+        return "REG_MULTI_SZ";
+    case REG_NONE:
+        return "REG_NONE";
+    default:
+        return "other";
+    }
+}
+
+// What the applet's value holds, beside the library's answer: the library opens the key for
+// writing and reads a 4-byte number, so a key that refuses writing or a value of another size
+// reads as AGILE whatever is stored. "meaning" is the stored number read as the library means
+// it (0 AGILE, any other COMPATIBILITY), null when there is no value or it is no number.
+ReportJson storedApplet() {
+    const RegistryValue value =
+        ReadRegistryValue(HKEY_CURRENT_USER, kTqEnrollmentKey, kTqEnrollmentValue, 0);
+    ReportJson stored = ReportJson::object();
+    stored["present"] = value.present;
+    stored["type"] = value.present ? ReportJson(typeName(value.type)) : ReportJson();
+    stored["data"] = value.present ? ReportJson(HexText(value.data)) : ReportJson();
+    const bool number =
+        value.present &&
+        (value.type == REG_DWORD || value.type == REG_QWORD || value.type == REG_BINARY) &&
+        !value.data.empty() && value.data.size() <= 8;
+    bool zero = true;
+    for (const BYTE byte : value.data) {
+        zero = zero && byte == 0;
+    }
+    stored["meaning"] = number ? ReportJson(zero ? "AGILE" : "COMPATIBILITY") : ReportJson();
+    TqUniqueRegKey key;
+    const LSTATUS status =
+        ::RegOpenKeyExA(HKEY_CURRENT_USER, kTqEnrollmentKey, 0, KEY_SET_VALUE, key.put());
+    stored["keyWritable"] =
+        status == ERROR_FILE_NOT_FOUND ? ReportJson() : ReportJson(status == ERROR_SUCCESS);
+    return stored;
+}
+
 } // namespace
 
 ReportJson EnrollmentSection(const PlatformDll& dll, const char* logFile) {
@@ -77,6 +130,7 @@ ReportJson EnrollmentSection(const PlatformDll& dll, const char* logFile) {
     ReportJson section =
         ExportResult(outcome.result, EnrollmentMeaning(outcome.result, outcome.answer));
     section["mode"] = outcome.answer;
+    section["stored"] = storedApplet();
     section["deniedKeys"] = DeniedKeys({{HKEY_CURRENT_USER, kTqEnrollmentKey, 0, false}});
     return section;
 }
@@ -112,6 +166,15 @@ ReportJson AtrSection(const PlatformDll& dll, const char* logFile) {
         servedBy[view] = minidriver;
     }
     section["servedBy"] = servedBy;
+    // Whether the file `atr set GEMSAFE` would give the card to is there for each view's
+    // programs, also while no entry names it: the doctor judges that fix by it before offering it.
+    ReportJson gemSafe = ReportJson::object();
+    for (const REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
+        gemSafe[view == KEY_WOW64_32KEY ? "32-bit" : "64-bit"] =
+            ::GetFileAttributesA((minidriverFolder(view) + kGemSafeFile).c_str()) !=
+            INVALID_FILE_ATTRIBUTES;
+    }
+    section["gemSafeInstalled"] = gemSafe;
     section["deniedKeys"] = denied;
     return section;
 }
