@@ -17,7 +17,7 @@ const char* middlewareOf(const std::string& atrAnswer) {
 // The answer the entries should give on this workstation: the one whose middleware and
 // minidriver are there; when none is, the judgement of the fix names what is missing.
 std::string fittingAnswer(const ReportJson& report, const std::string& current) {
-    const std::string expected = ReportTextAt(report, "/expected/minidriver");
+    std::string expected = ReportTextAt(report, "/expected/minidriver");
     if (!expected.empty()) {
         return expected;
     }

@@ -288,7 +288,7 @@ bool readScope(const std::vector<TouchedKey>& keys, std::vector<SavedKey>& saved
 
 std::string writeRecord(UndoRecord& record, const char* kind, FixRun& run, std::FILE* out) {
     std::string problem;
-    const std::string path = WriteUndoRecord(record, kind, problem);
+    std::string path = WriteUndoRecord(record, kind, problem);
     if (path.empty()) {
         std::fprintf(out, "undo record: cannot be written, nothing applied: %s\n", problem.c_str());
         run.atLeast(zelexit::kCannotWrite);
@@ -450,6 +450,7 @@ int undoRepair(const std::string& file) {
         return zelexit::kRecordRefused;
     }
     std::vector<TouchedKey> keys;
+    keys.reserve(old.keys.size());
     for (const SavedKey& key : old.keys) {
         keys.push_back(key.key);
     }
@@ -488,7 +489,7 @@ std::string failedQuery(const std::vector<Finding>& findings) {
             continue;
         }
         for (auto fact = finding.facts.begin(); fact != finding.facts.end(); ++fact) {
-            const std::string key = fact.key();
+            const std::string& key = fact.key();
             const std::string suffix = ".outcomeText";
             if (key.size() > suffix.size() &&
                 key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0 &&

@@ -187,8 +187,11 @@ void CouldNotAssess(const ReportJson& report, std::vector<Finding>& findings) {
         const ReportJson& answer = report[section];
         findings.push_back(
             {"could-not-assess", "warning",
-             "The " + section + " query did not answer (" + outcome +
-                 "): the doctor cannot say whether it is right.",
+             std::string("The ")
+                 .append(section)
+                 .append(" query did not answer (")
+                 .append(outcome)
+                 .append("): the doctor cannot say whether it is right."),
              ReportJson{{section + ".result", answer.value("result", 0)},
                         {section + ".outcomeText", answer.value("outcomeText", "")},
                         {section + ".resultText", answer.value("resultText", ReportJson())}},
