@@ -12,6 +12,8 @@
 // goes to Wine's standard error, not to the child's.)
 #include "support/TestSupport.h"
 
+#include "base/TqUniqueResource.h"
+
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -138,3 +140,73 @@ TEST_F(PlantedDll, HostAskingGetFileVersionLoadsNoVersionDllFromItsFolder) {
 }
 
 } // namespace
+
+namespace {
+
+std::wstring wideProgramFolder() {
+    wchar_t path[MAX_PATH * 2] = {};
+    const DWORD length = ::GetModuleFileNameW(nullptr, path, MAX_PATH * 2);
+    std::wstring folder(path, length);
+    folder.erase(folder.find_last_of(L"\\/") + 1);
+    return folder;
+}
+
+std::string readWhole(HANDLE file) {
+    std::string text;
+    ::SetFilePointer(file, 0, nullptr, FILE_BEGIN);
+    char buffer[4096];
+    DWORD got = 0;
+    while (::ReadFile(file, buffer, sizeof buffer, &got, nullptr) && got > 0) {
+        text.append(buffer, got);
+    }
+    return text;
+}
+
+} // namespace
+
+// zelplat finds the library by its own path read as wide text: a folder whose name the system
+// code page cannot spell (Japanese, under Wine's western code page) works as any other.
+TEST(ZelplatFolder, LoadsTheLibraryFromAFolderNamedOutsideTheCodePage) {
+    const std::wstring name = L"planted-\u65e5\u672c";
+    BOOL lossy = FALSE;
+    char narrow[64];
+    ::WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, name.c_str(), -1, narrow, sizeof narrow,
+                          nullptr, &lossy);
+    ASSERT_TRUE(lossy) << "the system code page spells the folder's name: the test shows nothing";
+    const std::wstring folder = wideProgramFolder() + name + L"\\";
+    ::CreateDirectoryW(folder.c_str(), nullptr);
+    for (const wchar_t* file : {L"zelplat.exe", L"ZelPlatformMethods64.dll"}) {
+        const std::wstring from = wideProgramFolder() + file;
+        ASSERT_TRUE(::CopyFileW(from.c_str(), (folder + file).c_str(), FALSE)) << ::GetLastError();
+    }
+    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+    const std::wstring outPath = folder + L"out.txt";
+    TqUniqueFile out(::CreateFileW(outPath.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
+                                   &inherit, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    ASSERT_TRUE(out);
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = out.get();
+    startup.hStdError = out.get();
+    std::wstring commandLine =
+        L"\"" + folder + L"zelplat.exe\" file-version C:\\windows\\system32\\kernel32.dll";
+    PROCESS_INFORMATION process{};
+    ASSERT_TRUE(::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                                 nullptr, &startup, &process))
+        << ::GetLastError();
+    const TqUniqueHandle processHandle(process.hProcess);
+    const TqUniqueHandle threadHandle(process.hThread);
+    ASSERT_EQ(WAIT_OBJECT_0, ::WaitForSingleObject(process.hProcess, 30000));
+    DWORD exitCode = 0xDEADBEEF;
+    ::GetExitCodeProcess(process.hProcess, &exitCode);
+    const std::string output = readWhole(out.get());
+    out.reset();
+    EXPECT_EQ(0u, exitCode) << output;
+    EXPECT_EQ(std::string::npos, output.find("cannot")) << output;
+    EXPECT_FALSE(output.empty());
+    for (const wchar_t* file : {L"zelplat.exe", L"ZelPlatformMethods64.dll", L"out.txt"}) {
+        ::DeleteFileW((folder + file).c_str());
+    }
+    ::RemoveDirectoryW(folder.c_str());
+}
