@@ -15,6 +15,8 @@
 #include <nlohmann/json.hpp>
 
 #include <fstream>
+#include <map>
+#include <optional>
 #include <sstream>
 
 namespace {
@@ -122,7 +124,113 @@ protected:
         if (findings != nullptr) {
             *findings = answer;
         }
+        expectASecondFixChangesNothing();
         return rules;
+    }
+
+    // What every key a fix may write holds: each value's type and bytes, by name; nullopt for a
+    // key that is missing or cannot be read.
+    using KeyContents = std::optional<std::map<std::string, zeltest::StoredValue>>;
+    struct FixableKey {
+        HKEY root;
+        const char* path;
+        REGSAM view;
+    };
+    static std::vector<FixableKey> fixableKeys() {
+        std::vector<FixableKey> keys = {{HKEY_CURRENT_USER, kTqEnrollmentKey, 0},
+                                        {HKEY_CURRENT_USER, kTqIAUserKey, 0}};
+        for (const REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
+            keys.push_back({HKEY_LOCAL_MACHINE, kTqJcopContactKey, view});
+            keys.push_back({HKEY_LOCAL_MACHINE, kTqJcopContactlessKey, view});
+        }
+        return keys;
+    }
+    static KeyContents contents(const FixableKey& where) {
+        TqUniqueRegKey key;
+        if (::RegOpenKeyExA(where.root, where.path, 0, KEY_READ | where.view, key.put()) !=
+            ERROR_SUCCESS) {
+            return std::nullopt;
+        }
+        std::map<std::string, zeltest::StoredValue> values;
+        for (DWORD index = 0;; ++index) {
+            char name[16384];
+            DWORD nameLength = sizeof name;
+            if (::RegEnumValueA(key.get(), index, name, &nameLength, nullptr, nullptr, nullptr,
+                                nullptr) != ERROR_SUCCESS) {
+                break;
+            }
+            values[std::string(name, nameLength)] =
+                zeltest::ReadValue(where.root, where.path, name, where.view);
+        }
+        return values;
+    }
+    static std::vector<KeyContents> fixableState() {
+        std::vector<KeyContents> state;
+        for (const FixableKey& key : fixableKeys()) {
+            state.push_back(contents(key));
+        }
+        return state;
+    }
+    static void putBack(const FixableKey& where, const KeyContents& before,
+                        const KeyContents& now) {
+        if (!before) {
+            zeltest::DeleteKeyTree(where.root, where.path, where.view);
+            return;
+        }
+        TqUniqueRegKey key;
+        ASSERT_EQ(ERROR_SUCCESS, ::RegOpenKeyExA(where.root, where.path, 0,
+                                                 KEY_SET_VALUE | where.view, key.put()));
+        for (const auto& [name, value] :
+             now.value_or(std::map<std::string, zeltest::StoredValue>{})) {
+            if (before->count(name) == 0) {
+                ::RegDeleteValueA(key.get(), name.c_str());
+            }
+        }
+        for (const auto& [name, value] : *before) {
+            zeltest::WriteExactValue(where.root, where.path, name.c_str(), value.type, value.data,
+                                     where.view);
+        }
+    }
+    static bool same(const KeyContents& a, const KeyContents& b) {
+        if (a.has_value() != b.has_value()) {
+            return false;
+        }
+        if (!a) {
+            return true;
+        }
+        if (a->size() != b->size()) {
+            return false;
+        }
+        for (const auto& [name, value] : *a) {
+            const auto other = b->find(name);
+            if (other == b->end() || other->second.type != value.type ||
+                other->second.data != value.data) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // Every state a rule test prepares: once `doctor --fix --yes` has done what it does, a second
+    // one changes nothing. The state the test prepared is put back afterwards, so the test goes
+    // on from it.
+    static void expectASecondFixChangesNothing() {
+        const std::vector<KeyContents> prepared = fixableState();
+        zelplat("doctor --fix --yes");
+        const std::vector<KeyContents> fixed = fixableState();
+        zelplat("doctor --fix --yes");
+        const std::vector<KeyContents> again = fixableState();
+        const std::vector<FixableKey> keys = fixableKeys();
+        for (std::size_t at = 0; at < keys.size(); ++at) {
+            EXPECT_TRUE(same(fixed[at], again[at]))
+                << "a second doctor --fix --yes changed " << keys[at].path
+                << (keys[at].view == KEY_WOW64_32KEY ? " (32-bit view)" : "");
+        }
+        for (std::size_t at = 0; at < keys.size(); ++at) {
+            if (!same(prepared[at], again[at])) {
+                putBack(keys[at], prepared[at], again[at]);
+            }
+        }
     }
 
     static void setAtr(const char* word) {
