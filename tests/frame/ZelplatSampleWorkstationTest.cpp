@@ -529,6 +529,23 @@ TEST_F(ZelplatSampleWorkstation, UsageErrorsExit30ForEveryCommand) {
     EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0x3B, 0xFF}), atrFirstBytes());
 }
 
+// On the sample workstation, fault and all, every reading command ends on a code of the one
+// table: never negative, never a result code of the library.
+TEST_F(ZelplatSampleWorkstation, EveryReadingCommandExitsWithACodeOfTheTable) {
+    const std::vector<DWORD> table = {0, 1, 2, 10, 20, 21, 30, 40, 50, 51};
+    for (const char* arguments :
+         {"report", "report --table", "doctor", "doctor --json", "doctor --fix --dry-run",
+          "card list", "enrollment get", "file-version C:\\windows\\win.ini", "middleware",
+          "middleware --table", "oberthur", "atr get", "ia", "ia --table"}) {
+        const auto run = zelplat(arguments);
+        EXPECT_NE(table.end(), std::find(table.begin(), table.end(), run.exitCode))
+            << arguments << ": " << run.exitCode << run.err;
+    }
+    // The detected OT middleware is an answer.
+    EXPECT_EQ(0u, zelplat("oberthur").exitCode);
+    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0x3B, 0xFF}), atrFirstBytes());
+}
+
 TEST_F(ZelplatSampleWorkstation, LibraryThatCannotBeLoadedExits40) {
     char temp[MAX_PATH + 1] = {};
     ::GetTempPathA(sizeof temp, temp);

@@ -526,6 +526,22 @@ TEST_F(ZelplatIdentityAgent, FailedDetectionPrintsTheAnswerAndExits10) {
     EXPECT_EQ(explanation, run.err.substr(run.err.size() - explanation.size()));
 }
 
+// The library's "Access Denied." is the table's 20, with the library's text for the ticket.
+TEST_F(ZelplatIdentityAgent, SpringCheckUnderADeniedKeyExits20) {
+    installVessant();
+    zeltest::AgentStandIn agent(kTqKVRAgentExecutable);
+    ASSERT_TRUE(agent.running());
+    zeltest::CreateKey(HKEY_CURRENT_USER, kTqIAUserKey);
+    const zeltest::DeniedKey user(HKEY_CURRENT_USER, kTqIAUserKey);
+    const std::string explanation = "zelplat: (0x00000010) Access Denied.\r\n";
+    for (const char* arguments : {"ia spring-check off", "IA Spring-Check Default"}) {
+        const auto run = zelplat(arguments);
+        EXPECT_EQ(20u, run.exitCode) << arguments << run.err;
+        EXPECT_EQ("", run.out) << arguments;
+        EXPECT_EQ(explanation, run.err) << arguments;
+    }
+}
+
 TEST_F(ZelplatIdentityAgent, UnknownIaWordsShowUsageAndExit30) {
     for (const char* arguments : {"ia spring-check", "ia spring-check on", "ia --tables",
                                   "ia --table extra", "ia spring-check off now"}) {
