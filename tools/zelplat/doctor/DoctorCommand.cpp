@@ -547,8 +547,9 @@ bool readDoctorOptions(const Arguments& arguments, DoctorOptions& options, std::
         } else if (SameWord(argument, "--only") || SameWord(argument, "--skip")) {
             const std::string rule = knownRule(value);
             if (rule.empty()) {
-                problem = valueGiven ? "doctor: " + argument + ": no rule '" + value + "'"
-                                     : "doctor: " + argument + " needs a rule";
+                problem = "doctor: ";
+                problem += argument;
+                problem += valueGiven ? ": no rule '" + value + "'" : std::string(" needs a rule");
                 return false;
             }
             (SameWord(argument, "--only") ? options.only : options.skip).push_back(rule);
