@@ -158,7 +158,7 @@ TEST_F(ZelplatFiles, OutputToAnExistingFileIsRefusedAndTheFileKept) {
     const std::string output = in("report.json");
     writeFile(output, kKept);
     const auto run = zelplat("report --output \"" + output + "\"");
-    EXPECT_EQ(19u, run.exitCode);
+    EXPECT_EQ(50u, run.exitCode);
     EXPECT_EQ("", run.out);
     EXPECT_EQ("zelplat: cannot write " + output + ": the file exists (--force replaces it)\r\n",
               run.err);
@@ -186,14 +186,14 @@ TEST_F(ZelplatFiles, OutputNamedAsAHardLinkLeavesTheLinkedFileAsItWas) {
     ASSERT_TRUE(::CreateHardLinkA(output.c_str(), other.c_str(), nullptr));
 
     auto run = zelplat("report --output \"" + output + "\"");
-    EXPECT_EQ(19u, run.exitCode);
+    EXPECT_EQ(50u, run.exitCode);
     EXPECT_EQ("", run.out);
     EXPECT_EQ("zelplat: cannot write " + output + ": the file exists (--force replaces it)\r\n",
               run.err);
     EXPECT_EQ(kKept, readFile(other));
 
     run = zelplat("report --force --output \"" + output + "\"");
-    EXPECT_EQ(19u, run.exitCode);
+    EXPECT_EQ(50u, run.exitCode);
     EXPECT_EQ("", run.out);
     EXPECT_EQ("zelplat: cannot write " + output + ": the file has other hard links\r\n", run.err);
     EXPECT_EQ(kKept, readFile(other));
@@ -207,7 +207,7 @@ TEST_F(ZelplatFiles, OutputNamedAsALinkLeavesItsTargetAsItWas) {
     makeLink(target, output);
 
     auto run = zelplat("report --output \"" + output + "\"");
-    EXPECT_EQ(19u, run.exitCode);
+    EXPECT_EQ(50u, run.exitCode);
     EXPECT_EQ("zelplat: cannot write " + output + ": the file exists (--force replaces it)\r\n",
               run.err);
     EXPECT_EQ(kKept, readFile(target));
@@ -215,7 +215,7 @@ TEST_F(ZelplatFiles, OutputNamedAsALinkLeavesItsTargetAsItWas) {
     // Windows opens the link itself and sees a reparse point. Wine 8 opens what the link leads
     // to; its name is not the one asked for.
     run = zelplat("report --output \"" + output + "\" --force");
-    EXPECT_EQ(19u, run.exitCode);
+    EXPECT_EQ(50u, run.exitCode);
     EXPECT_EQ("", run.out);
     EXPECT_EQ("zelplat: cannot write " + output + ": it leads to " + target + "\r\n", run.err);
     EXPECT_EQ(kKept, readFile(target));
@@ -229,7 +229,7 @@ TEST_F(ZelplatFiles, OutputNamedAsALinkToNothingMakesNothing) {
     makeLink(target, output);
     ASSERT_TRUE(::DeleteFileA(target.c_str()));
     const auto run = zelplat("report --output \"" + output + "\"");
-    EXPECT_EQ(19u, run.exitCode);
+    EXPECT_EQ(50u, run.exitCode);
     EXPECT_EQ("zelplat: cannot write " + output + ": the file exists (--force replaces it)\r\n",
               run.err);
     EXPECT_FALSE(exists(target));
@@ -243,7 +243,7 @@ TEST_F(ZelplatFiles, OutputThroughALinkedFolderIsRefusedAndWhatItMadeRemoved) {
     const std::string output = in("cases") + "\\report.json";
 
     const auto run = zelplat("report --output \"" + output + "\"");
-    EXPECT_EQ(19u, run.exitCode);
+    EXPECT_EQ(50u, run.exitCode);
     EXPECT_EQ("", run.out);
     EXPECT_EQ("zelplat: cannot write " + output + ": it leads to " + elsewhere +
                   "\\report.json\r\n",
@@ -260,7 +260,7 @@ TEST_F(ZelplatFiles, ForcedOutputThroughALinkedFolderKeepsTheFileThere) {
     const std::string output = in("cases") + "\\report.json";
 
     const auto run = zelplat("report --output \"" + output + "\" --force");
-    EXPECT_EQ(19u, run.exitCode);
+    EXPECT_EQ(50u, run.exitCode);
     EXPECT_EQ("zelplat: cannot write " + output + ": it leads to " + elsewhere +
                   "\\report.json\r\n",
               run.err);
@@ -284,7 +284,7 @@ TEST_F(ZelplatFiles, OutputToADeviceOrAPipeIsRefused) {
     };
     for (const auto& refused : cases) {
         const auto run = zelplat("report --output \"" + refused.name + "\"");
-        EXPECT_EQ(19u, run.exitCode) << refused.name;
+        EXPECT_EQ(50u, run.exitCode) << refused.name;
         EXPECT_EQ("", run.out) << refused.name;
         EXPECT_EQ("zelplat: cannot write " + refused.name + ": " + refused.why + "\r\n", run.err);
     }
@@ -365,7 +365,7 @@ TEST_F(ZelplatFiles, LogToAnExistingOrdinaryFileIsAppendedTo) {
     const std::string log = in("zelplat.log");
     writeFile(log, kKept);
     const auto run = zelplat("--log \"" + log + "\" enrollment get");
-    EXPECT_EQ(11u, run.exitCode);
+    EXPECT_EQ(10u, run.exitCode);
     EXPECT_EQ("NOT SET\r\n", run.out);
     const std::string text = readFile(log);
     EXPECT_EQ(0u, text.find(kKept));
@@ -376,7 +376,7 @@ TEST_F(ZelplatFiles, LogToAnExistingOrdinaryFileIsAppendedTo) {
 TEST_F(ZelplatFiles, LogToANewFileIsCreated) {
     const std::string log = in("new.log");
     const auto run = zelplat("--log \"" + log + "\" enrollment get");
-    EXPECT_EQ(11u, run.exitCode);
+    EXPECT_EQ(10u, run.exitCode);
     EXPECT_EQ("zelplat: (0x0000000b) Not found.\r\n", run.err);
     EXPECT_NE(std::string::npos,
               readFile(log).find("[INFO] TqZelDLLPlatform::getEnrollmentMode : Entered\r\n"));

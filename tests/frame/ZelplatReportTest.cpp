@@ -984,7 +984,7 @@ TEST_F(ZelplatReport, HelpForTheNewCommands) {
     const auto doctor = zelplat("help doctor");
     EXPECT_EQ(0u, doctor.exitCode);
     EXPECT_NE(std::string::npos,
-              doctor.out.find("\r\nExit codes:\r\n   0  healthy: nothing found\r\n"));
+              doctor.out.find("\r\nExit codes (every command):\r\n   0  done: "));
     EXPECT_EQ(0u, doctor.out.find("usage: zelplat doctor [--json]\r\n"
                                   "       zelplat doctor --fix [--yes | --dry-run] [--scope "
                                   "machine|user] [--json]\r\n"

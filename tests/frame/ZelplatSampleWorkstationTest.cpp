@@ -523,7 +523,26 @@ TEST_F(ZelplatSampleWorkstation, UsageErrorsExit30ForEveryCommand) {
         EXPECT_EQ(30u, run.exitCode) << arguments;
         EXPECT_EQ("", run.out) << arguments;
     }
-    EXPECT_EQ(0u, zelplat("doctor --yes").err.find("zelplat: doctor: unknown option '--yes'\r\n"));
+    EXPECT_EQ(0u, zelplat("doctor --yes").err.find("zelplat: doctor: --yes goes with --fix\r\n"));
+    EXPECT_EQ(0u, zelplat("doctor --frobnicate")
+                      .err.find("zelplat: doctor: unknown option '--frobnicate'\r\n"));
+    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0x3B, 0xFF}), atrFirstBytes());
+}
+
+// On the sample workstation, fault and all, every reading command ends on a code of the one
+// table: never negative, never a result code of the library.
+TEST_F(ZelplatSampleWorkstation, EveryReadingCommandExitsWithACodeOfTheTable) {
+    const std::vector<DWORD> table = {0, 1, 2, 10, 20, 21, 30, 40, 50, 51};
+    for (const char* arguments :
+         {"report", "report --table", "doctor", "doctor --json", "doctor --fix --dry-run",
+          "card list", "enrollment get", "file-version C:\\windows\\win.ini", "middleware",
+          "middleware --table", "oberthur", "atr get", "ia", "ia --table"}) {
+        const auto run = zelplat(arguments);
+        EXPECT_NE(table.end(), std::find(table.begin(), table.end(), run.exitCode))
+            << arguments << ": " << run.exitCode << run.err;
+    }
+    // The detected OT middleware is an answer.
+    EXPECT_EQ(0u, zelplat("oberthur").exitCode);
     EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0x3B, 0xFF}), atrFirstBytes());
 }
 
@@ -604,19 +623,27 @@ TEST_F(ZelplatSampleWorkstation, HelpDoctorListsEveryExitCode) {
     const auto run = zelplat("help doctor");
     EXPECT_EQ(0u, run.exitCode);
     EXPECT_NE(std::string::npos,
-              run.out.find("Exit codes:\r\n"
-                           "   0  healthy: nothing found\r\n"
-                           "   1  warnings only\r\n"
-                           "   2  problems (found, or left after the fixes)\r\n"
-                           "  10  could not assess: a query of the library failed\r\n"
-                           "  20  access denied: a registry key zelplat must read or put back "
-                           "refused it\r\n"
+              run.out.find("Exit codes (every command):\r\n"
+                           "   0  done: the answer is printed, whatever it says; the doctor: "
+                           "nothing found\r\n"
+                           "   1  warnings only (the doctor)\r\n"
+                           "   2  problems: the doctor's (found, or left after the fixes); card "
+                           "check: the\r\n"
+                           "      card is still invalid after its cache was cleared\r\n"
+                           "  10  could not assess: a query or a switch of the library failed "
+                           "(the library's\r\n"
+                           "      result code and text are shown)\r\n"
+                           "  20  access denied: the library, or a registry key zelplat must "
+                           "read or put\r\n"
+                           "      back, refused it\r\n"
                            "  21  a fix refused for rights: it needs an administrator, or must "
                            "run as the\r\n"
                            "      workstation's user\r\n"
-                           "  30  usage error: a command line zelplat does not understand\r\n"
+                           "  30  usage error: a command line zelplat does not understand, or no "
+                           "PIN given\r\n"
                            "  40  the library cannot be loaded\r\n"
-                           "  50  an output file or the undo record cannot be written\r\n"
+                           "  50  an output file, the log or the undo record cannot be "
+                           "written\r\n"
                            "  51  an undo record cannot be read, or is refused (another computer "
                            "or account)\r\n"
                            "When several apply, the highest is given.\r\n"))

@@ -5,6 +5,7 @@
 #include "common/GuardedFiles.h"
 #include "common/PlatformDll.h"
 #include "commandline/Usage.h"
+#include "common/ExitCodes.h"
 #include "api/TqZelDLLPlatform.h"
 #include "base/TqResultCodes.h"
 #include "logging/ZelLogger.h"
@@ -35,7 +36,7 @@ bool readOptions(const Arguments& arguments, CardOptions& options) {
     }
     options.reader = arguments[1];
     if (arguments.size() == 3) {
-        if (_stricmp(arguments[2].c_str(), "--pin-stdin") != 0) {
+        if (!SameWord(arguments[2], "--pin-stdin")) {
             return false;
         }
         options.pinFromStdin = true;
@@ -133,16 +134,32 @@ const char* checkAnswer(int result) {
     }
 }
 
-// The check's results 0 to 3 are answers; a negative one is a failure.
+// The check's results 0 to 3 are answers, read as the card's health: valid (1, or 2 after the
+// cache was cleared) is healthy, still invalid (0) a problem left after the fix, and without the
+// middleware (3) the card was not assessed. A negative one is a failure.
+int checkExitCode(int result) {
+    switch (result) {
+    case 1:
+    case 2:
+        return zelexit::kHealthy;
+    case 0:
+        return zelexit::kProblems;
+    case 3:
+        return zelexit::kCouldNotAssess;
+    default:
+        return zelexit::OfLibraryFailure(result);
+    }
+}
+
 int reportCheck(int result, const FailureReasons& reasons) {
     const char* answer = checkAnswer(result);
     if (answer != nullptr) {
         std::printf("%s\n", answer);
-        return result;
+        return checkExitCode(result);
     }
     reasons.show();
     std::fprintf(stderr, "zelplat: %s\n", TqGetCommonResultText(result).c_str());
-    return result;
+    return checkExitCode(result);
 }
 
 int reportClear(int result, const FailureReasons& reasons) {
@@ -154,7 +171,7 @@ int reportClear(int result, const FailureReasons& reasons) {
     }
     reasons.show();
     std::fprintf(stderr, "zelplat: %s\n", TqGetCommonResultText(result).c_str());
-    return result;
+    return zelexit::OfLibraryFailure(result);
 }
 
 using CardStep = int (*)(TqZelDLLPlatform& platform, const CardOptions& options, const char* pin,
@@ -169,13 +186,16 @@ int runCardStep(const Arguments& arguments, const char* logFile, CardStep step, 
     }
     CardOptions options;
     if (!readOptions(arguments, options)) {
-        return CommandUsageError("card", "card: a reader name (and --pin-stdin) expected");
+        return CommandUsageError("card", arguments.size() == 1
+                                             ? "card " + arguments[0] + ": READER missing"
+                                             : "card " + arguments[0] + " " + arguments[1] +
+                                                   ": unexpected word '" + arguments.back() + "'");
     }
     PinBuffer pin;
     const PinRead read = readPin(options, pin);
     if (read != PinRead::kRead) {
         std::fprintf(stderr, "zelplat: card: %s\n", PinReadProblem(read));
-        return -tq::kInvalidArguments;
+        return zelexit::kUsageError;
     }
     const FailureReasons reasons(logFile);
     TqZelDLLPlatform platform;
@@ -202,15 +222,21 @@ int clearStep(TqZelDLLPlatform& platform, const CardOptions& options, const char
 } // namespace
 
 int RunCardCommand(const Arguments& arguments, const char* logFile) {
-    if (arguments.size() == 1 && arguments[0] == "list") {
+    if (arguments.empty()) {
+        return CommandUsageError("card", "card: list, check or clear-cache missing");
+    }
+    if (SameWord(arguments[0], "list")) {
+        if (arguments.size() > 1) {
+            return CommandUsageError("card", "card list: unexpected word '" + arguments[1] + "'");
+        }
         return RunCardList();
     }
-    if (!arguments.empty() && arguments[0] == "check") {
+    if (SameWord(arguments[0], "check")) {
         return runCardStep(arguments, logFile, checkStep, reportCheck);
     }
-    if (!arguments.empty() && arguments[0] == "clear-cache") {
+    if (SameWord(arguments[0], "clear-cache")) {
         return runCardStep(arguments, logFile, clearStep, reportClear);
     }
-    return CommandUsageError("card", arguments.empty() ? "card: list, check or clear-cache expected"
-                                                       : "card: unknown words");
+    return CommandUsageError("card", "card: unknown word '" + arguments[0] +
+                                         "' (list, check or clear-cache expected)");
 }

@@ -1,5 +1,6 @@
 #include "card/CardList.h"
 
+#include "common/ExitCodes.h"
 #include "common/RegistryFacts.h"
 #include "report/ReportTable.h"
 #include "base/TqResultCodes.h"
@@ -90,7 +91,7 @@ int RunCardList() {
     if (status != SCARD_S_SUCCESS) {
         std::fprintf(stderr, "zelplat: the smart-card service cannot list its readers: %s\n",
                      scardText(status).c_str());
-        return tq::kInternalError;
+        return zelexit::kCouldNotAssess;
     }
     std::vector<std::vector<std::string>> rows = {
         {"READER", "CARD", "ATR", "CARD NAME", "MINIDRIVER"}};

@@ -1,6 +1,7 @@
 #include "commandline/Usage.h"
 
 #include "common/ExitCodes.h"
+#include "common/Words.h"
 
 #include <cstdio>
 
@@ -29,27 +30,35 @@ const char kUsage[] =
     "  enrollment set AGILE|COMPATIBILITY   switch the PIV minidriver's applet\n"
     "  file-version PATH                    major file version of a module\n"
     "  middleware [--table]                 supported smart-card middleware (JSON, or a table)\n"
-    "  oberthur                             the OT middleware record (exit 1: detected)\n"
+    "  oberthur                             the OT middleware record\n"
     "  atr get                              minidriver the JCOP 41 card entries name\n"
     "  atr set GEMSAFE|PIVMINIDRIVER        point the JCOP 41 card entries at a minidriver\n"
-    "  ia                                   the Identity Agent document (JSON); exit 0 whether\n"
-    "                                       or not an agent runs, non-zero when the detection\n"
-    "                                       failed\n"
+    "  ia                                   the Identity Agent document (JSON)\n"
     "  ia --table                           the Identity Agent and its spring check, readable\n"
     "  ia spring-check off|default          switch the spring check off for this user, or\n"
     "                                       back to the agent's default\n"
-    "  help COMMAND                         more about one command (also: COMMAND --help)\n"
+    "  help COMMAND                         more about one command (also: COMMAND --help,\n"
+    "                                       COMMAND -h, COMMAND /?)\n"
     "\n"
     "options:\n"
     "  --log FILE   append the library's log lines to FILE (an ordinary file, not a link,\n"
     "               device or pipe)\n"
     "  --verbose    show the library's own console lines on standard error\n"
-    "  --help       show this text\n"
+    "  --help, -h, -?, /?\n"
+    "               show this text, or after a command that command's own\n"
     "  --version    show zelplat's version\n"
     "\n"
-    "Words are taken in any letter case. The answer goes to standard output, and nothing else\n"
-    "does; a failure is explained on standard error and its result code is the exit code.\n"
-    "The library's own console lines are shown only with --verbose.\n";
+    "Words are taken in any letter case, and --log, --verbose and --help anywhere on the\n"
+    "line. The answer goes to standard output, and nothing else does; a failure is explained\n"
+    "on standard error with the library's result code and text. The library's own console\n"
+    "lines are shown only with --verbose.\n"
+    "\n";
+
+// What an unknown command or an empty line gets: where to look, not every command's usage.
+const char kShortUsage[] = "usage: zelplat [--log FILE] [--verbose] COMMAND [ARGUMENTS]\n"
+                           "commands: report, doctor, card, enrollment, file-version, middleware,\n"
+                           "          oberthur, atr, ia, help\n"
+                           "zelplat help shows them all; zelplat help COMMAND one of them.\n";
 
 struct CommandHelp {
     const char* command;
@@ -76,8 +85,8 @@ const CommandHelp kCommandHelp[] = {
      "FILE is refused when it is a device, a pipe, a link (reparse point), has other hard\n"
      "links or, through a linked folder, leads elsewhere.\n"
      "\n"
-     "Exit code 0 when the report was made, whatever it says; 19 when FILE cannot be\n"
-     "written.\n"},
+     "Exit code 0 when the report was made, whatever it says; 40 when the library cannot be\n"
+     "loaded; 50 when FILE cannot be written.\n"},
     {"doctor",
      "usage: zelplat doctor [--json]\n"
      "       zelplat doctor --fix [--yes | --dry-run] [--scope machine|user] [--json]\n"
@@ -124,28 +133,29 @@ const CommandHelp kCommandHelp[] = {
      "                smart-card database gives that ATR and the minidriver it names\n"
      "  check         checks the key containers of the Oberthur card in READER on both\n"
      "                applets; when they look invalid, clears the card's minidriver cache (up to\n"
-     "                three times, presenting the PIN each time) and checks again. The exit\n"
-     "                code is the check's result: 1 valid, nothing done; 2 cache cleared, now\n"
-     "                valid; 0 cache cleared, still invalid; 3 Oberthur middleware not\n"
-     "                installed; negative: the check failed\n"
+     "                three times, presenting the PIN each time) and checks again. Exit 0:\n"
+     "                valid, or valid after the cache was cleared; 2: still invalid after\n"
+     "                three clearings; 10: the Oberthur middleware is not installed (the card\n"
+     "                was not checked), or the check failed\n"
      "  clear-cache   presents the PIN and clears the card's minidriver cache three times,\n"
-     "                without checking the card first; exit 0, or 4 when a step failed\n"
+     "                without checking the card first; exit 0, or 10 when a step failed\n"
      "\n"
      "The PIN is asked for and typed without echo at a console; otherwise, and always with\n"
      "--pin-stdin, it is the first line of standard input (for a script). It is never taken\n"
      "from the command line, where other programs could read it. A failure's reason, from the\n"
-     "library's log, is shown on standard error.\n"},
+     "library's log, is shown on standard error. An empty or unreadable PIN exits 30.\n"},
     {"enrollment",
      "usage: zelplat enrollment get\n"
      "       zelplat enrollment set AGILE|COMPATIBILITY\n"
      "\n"
      "The applet the PIV minidriver presents for enrollment (the per-user EnableKVREnrollment\n"
-     "setting). get prints AGILE, COMPATIBILITY or NOT SET (exit 11: key missing, 4: value\n"
-     "missing).\n"},
+     "setting). get prints AGILE, COMPATIBILITY or NOT SET (exit 10, with the library's\n"
+     "result: 11 when the key is missing, 4 when the value is).\n"},
     {"file-version",
      "usage: zelplat file-version PATH\n"
      "\n"
-     "The major file version of a module, from its version resource (exit 11: not found).\n"},
+     "The major file version of a module, from its version resource (exit 10, with the\n"
+     "library's result 11, when it is not found).\n"},
     {"middleware",
      "usage: zelplat middleware [--table]\n"
      "\n"
@@ -153,7 +163,8 @@ const CommandHelp kCommandHelp[] = {
      "aligned line per row.\n"},
     {"oberthur", "usage: zelplat oberthur\n"
                  "\n"
-                 "The OTMiddleware record; exit 1 when the middleware is detected, 0 when not.\n"},
+                 "The OTMiddleware record; exit 0 whether or not the middleware is detected, 10\n"
+                 "when the detection failed.\n"},
     {"atr",
      "usage: zelplat atr get\n"
      "       zelplat atr set GEMSAFE|PIVMINIDRIVER\n"
@@ -174,7 +185,7 @@ const CommandHelp kCommandHelp[] = {
 
 const CommandHelp* findHelp(const std::string& command) {
     for (const CommandHelp& help : kCommandHelp) {
-        if (command == help.command) {
+        if (SameWord(command, help.command)) {
             return &help;
         }
     }
@@ -185,6 +196,7 @@ const CommandHelp* findHelp(const std::string& command) {
 
 void PrintUsage() {
     std::fputs(kUsage, stdout);
+    std::fputs(zelexit::kTableText, stdout);
 }
 
 bool PrintCommandHelp(const std::string& command) {
@@ -198,13 +210,14 @@ bool PrintCommandHelp(const std::string& command) {
 }
 
 int UsageError(const std::string& problem) {
-    std::fprintf(stderr, "zelplat: %s\n\n%s", problem.c_str(), kUsage);
+    std::fprintf(stderr, "zelplat: %s\n\n%s", problem.c_str(), kShortUsage);
     return zelexit::kUsageError;
 }
 
 int CommandUsageError(const std::string& command, const std::string& problem) {
     const CommandHelp* help = findHelp(command);
     std::fprintf(stderr, "zelplat: %s\n\n%s%s", problem.c_str(),
-                 help != nullptr ? help->text : kUsage, help != nullptr ? help->exitCodes : "");
+                 help != nullptr ? help->text : kShortUsage,
+                 help != nullptr ? help->exitCodes : "");
     return zelexit::kUsageError;
 }

@@ -29,6 +29,25 @@ const CommandGroup kGroups[] = {
     {"card", RunCardCommand},
 };
 
+// Options whose next word is their value: that word is never taken for an option of its own.
+bool takesValue(const std::string& word) {
+    for (const char* option : {"--output", "--undo", "--expect", "--only", "--skip", "--scope"}) {
+        if (SameWord(word, option)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool knownCommand(const std::string& word) {
+    for (const CommandGroup& group : kGroups) {
+        if (SameWord(word, group.word)) {
+            return true;
+        }
+    }
+    return IsLibraryCommandWord(word);
+}
+
 int help(const Arguments& words) {
     if (words.size() == 1) {
         PrintUsage();
@@ -37,10 +56,28 @@ int help(const Arguments& words) {
     if (words.size() == 2 && PrintCommandHelp(words[1])) {
         return 0;
     }
-    return UsageError("no help for that: zelplat help COMMAND");
+    return CommandUsageError("help", words.size() == 2 ? "help: no command '" + words[1] + "'"
+                                                       : "help: one command expected");
 }
 
-int run(const Arguments& words, const char* logFile) {
+int run(const Arguments& words, const char* logFile, bool helpAsked) {
+    if (words.empty()) {
+        if (helpAsked) {
+            PrintUsage();
+            return 0;
+        }
+        return UsageError("no command given");
+    }
+    if (SameWord(words[0], "help")) {
+        return help(words);
+    }
+    if (!knownCommand(words[0])) {
+        return UsageError("unknown command '" + words[0] + "'");
+    }
+    if (helpAsked) {
+        PrintCommandHelp(words[0]);
+        return 0;
+    }
     // The library appends to the log by name, following what the name leads to: only an
     // ordinary file, or none yet, is handed over.
     if (logFile != nullptr) {
@@ -50,23 +87,15 @@ int run(const Arguments& words, const char* logFile) {
             return zelexit::kCannotWrite;
         }
     }
-    if (words.empty()) {
-        return UsageError("no command given");
-    }
-    if (words[0] == "help") {
-        return help(words);
-    }
-    if (words.size() == 2 && words[1] == "--help" && PrintCommandHelp(words[0])) {
-        return 0;
-    }
     for (const CommandGroup& group : kGroups) {
-        if (words[0] == group.word) {
+        if (SameWord(words[0], group.word)) {
             return group.run(Arguments(words.begin() + 1, words.end()), logFile);
         }
     }
-    const LibraryCommand* command = FindLibraryCommand(words);
+    std::string problem;
+    const LibraryCommand* command = FindLibraryCommand(words, problem);
     if (command == nullptr) {
-        return UsageError("unknown command or arguments");
+        return CommandUsageError(words[0], problem);
     }
     return RunLibraryCommand(*command, words, logFile);
 }
@@ -79,32 +108,34 @@ int main(int argc, char** argv) {
     // not a KnownDLL is delay-loaded, so nothing was mapped along the default order before this.
     ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
     EnforceRedirectionTrust();
-    Arguments words(argv + 1, argv + argc);
-    if (!words.empty() && words[0] == "--help") {
-        PrintUsage();
-        return 0;
-    }
-    if (!words.empty() && words[0] == "--version") {
+    const Arguments typed(argv + 1, argv + argc);
+    if (typed.size() == 1 && SameWord(typed[0], "--version")) {
         std::fputs("zelplat " ZEL_VERSION_TEXT "\n", stdout);
         return 0;
     }
-    // The options before the command, in any order.
+    // --log, --verbose and the help words anywhere on the line; the rest is the command's.
+    Arguments words;
     std::string logFile;
     bool logGiven = false;
-    for (;;) {
-        if (!words.empty() && words[0] == "--log") {
-            if (words.size() < 2) {
-                return UsageError("--log needs a file name");
+    bool helpAsked = false;
+    for (std::size_t at = 0; at < typed.size(); ++at) {
+        const std::string& word = typed[at];
+        if (SameWord(word, "--log")) {
+            if (at + 1 == typed.size() || logGiven) {
+                return UsageError(logGiven ? "--log given twice" : "--log needs a file name");
             }
-            logFile = words[1];
+            logFile = typed[++at];
             logGiven = true;
-            words.erase(words.begin(), words.begin() + 2);
-        } else if (!words.empty() && words[0] == "--verbose") {
+        } else if (SameWord(word, "--verbose")) {
             ShowLibraryLines(true);
-            words.erase(words.begin());
+        } else if (IsHelpWord(word)) {
+            helpAsked = true;
         } else {
-            break;
+            words.push_back(word);
+            if (takesValue(word) && at + 1 < typed.size()) {
+                words.push_back(typed[++at]);
+            }
         }
     }
-    return run(words, logGiven ? logFile.c_str() : nullptr);
+    return run(words, logGiven ? logFile.c_str() : nullptr, helpAsked);
 }

@@ -81,17 +81,23 @@ bool takeExpectation(const std::string& key, const std::string& value, DoctorPol
                  {"applet", "applet", "AGILE", "COMPATIBILITY"},
                  {"minidriver", "minidriver", "GEMSAFE", "PIVMINIDRIVER"}};
     for (const auto& known : kKeys) {
-        if (key == known.key && (value == known.first || value == known.second)) {
-            policy[known.member] = value;
+        if (SameWord(key, known.key) &&
+            (SameWord(value, known.first) || SameWord(value, known.second))) {
+            policy[known.member] = SameWord(value, known.first) ? known.first : known.second;
             return true;
         }
     }
     return false;
 }
 
-bool knownRule(const std::string& rule) {
-    const std::vector<std::string>& names = DoctorRuleNames();
-    return std::find(names.begin(), names.end(), rule) != names.end();
+// The rule's own spelling of a name typed in any letter case; empty when no rule has it.
+std::string knownRule(const std::string& rule) {
+    for (const std::string& name : DoctorRuleNames()) {
+        if (SameWord(rule, name.c_str())) {
+            return name;
+        }
+    }
+    return "";
 }
 
 // --expect spring-check=default,applet=AGILE, or --expect FILE holding
@@ -121,10 +127,10 @@ bool readExpectation(const std::string& argument, DoctorOptions& options) {
     for (auto member = file.begin(); member != file.end(); ++member) {
         if (member.key() == "skip" && member.value().is_array()) {
             for (const ReportJson& rule : member.value()) {
-                if (!rule.is_string() || !knownRule(rule.get<std::string>())) {
+                if (!rule.is_string() || knownRule(rule.get<std::string>()).empty()) {
                     return false;
                 }
-                options.skip.push_back(rule.get<std::string>());
+                options.skip.push_back(knownRule(rule.get<std::string>()));
             }
         } else if (!member.value().is_string() ||
                    !takeExpectation(member.key(), member.value().get<std::string>(),
@@ -502,39 +508,68 @@ std::string failedQuery(const std::vector<Finding>& findings) {
     return "";
 }
 
-bool readDoctorOptions(const Arguments& arguments, DoctorOptions& options, std::string& unknown) {
+// A problem names the option, or the value, zelplat did not understand.
+bool readDoctorOptions(const Arguments& arguments, DoctorOptions& options, std::string& problem) {
     for (std::size_t at = 0; at < arguments.size(); ++at) {
         const std::string& argument = arguments[at];
-        if (argument == "--json") {
+        const bool valueGiven = at + 1 < arguments.size();
+        const std::string value = valueGiven ? arguments[at + 1] : "";
+        if (SameWord(argument, "--json")) {
             options.json = true;
-        } else if (argument == "--fix") {
+        } else if (SameWord(argument, "--fix")) {
             options.fix = true;
-        } else if (argument == "--yes") {
+        } else if (SameWord(argument, "--yes")) {
             options.yes = true;
-        } else if (argument == "--dry-run") {
+        } else if (SameWord(argument, "--dry-run")) {
             options.dryRun = true;
-        } else if (argument == "--scope" && at + 1 < arguments.size() &&
-                   (arguments[at + 1] == "machine" || arguments[at + 1] == "user")) {
-            options.scope = arguments[++at];
-        } else if (argument == "--undo" && at + 1 < arguments.size() && options.undo.empty()) {
-            options.undo = arguments[++at];
-        } else if (argument == "--expect" && at + 1 < arguments.size() &&
-                   readExpectation(arguments[at + 1], options)) {
+        } else if (SameWord(argument, "--scope")) {
+            if (!SameWord(value, "machine") && !SameWord(value, "user")) {
+                problem = valueGiven ? "doctor: --scope takes machine or user, not '" + value + "'"
+                                     : "doctor: --scope needs machine or user";
+                return false;
+            }
+            options.scope = SameWord(value, "machine") ? "machine" : "user";
             ++at;
-        } else if ((argument == "--only" || argument == "--skip") && at + 1 < arguments.size() &&
-                   knownRule(arguments[at + 1])) {
-            (argument == "--only" ? options.only : options.skip).push_back(arguments[++at]);
+        } else if (SameWord(argument, "--undo")) {
+            if (!valueGiven || !options.undo.empty()) {
+                problem = valueGiven ? "doctor: --undo given twice" : "doctor: --undo needs a file";
+                return false;
+            }
+            options.undo = arguments[++at];
+        } else if (SameWord(argument, "--expect")) {
+            if (!valueGiven || !readExpectation(value, options)) {
+                problem = valueGiven ? "doctor: --expect: '" + value +
+                                           "' is neither KEY=VALUE,... nor an expectation file"
+                                     : "doctor: --expect needs KEY=VALUE,... or a file";
+                return false;
+            }
+            ++at;
+        } else if (SameWord(argument, "--only") || SameWord(argument, "--skip")) {
+            const std::string rule = knownRule(value);
+            if (rule.empty()) {
+                problem = "doctor: ";
+                problem += argument;
+                problem += valueGiven ? ": no rule '" + value + "'" : std::string(" needs a rule");
+                return false;
+            }
+            (SameWord(argument, "--only") ? options.only : options.skip).push_back(rule);
+            ++at;
         } else {
-            unknown = argument;
+            problem = "doctor: unknown option '" + argument + "'";
             return false;
         }
     }
     if ((options.yes || options.dryRun || !options.scope.empty()) && !options.fix) {
-        unknown = options.yes ? "--yes" : options.dryRun ? "--dry-run" : "--scope";
+        problem = std::string("doctor: ") +
+                  (options.yes      ? "--yes"
+                   : options.dryRun ? "--dry-run"
+                                    : "--scope") +
+                  " goes with --fix";
         return false;
     }
     if (!options.undo.empty() && (options.fix || options.json)) {
-        unknown = options.fix ? "--fix" : "--json";
+        problem =
+            std::string("doctor: --undo does not go with ") + (options.fix ? "--fix" : "--json");
         return false;
     }
     return true;
@@ -544,9 +579,9 @@ bool readDoctorOptions(const Arguments& arguments, DoctorOptions& options, std::
 
 int RunDoctorCommand(const Arguments& arguments, const char* logFile) {
     DoctorOptions options;
-    std::string unknown;
-    if (!readDoctorOptions(arguments, options, unknown)) {
-        return CommandUsageError("doctor", "doctor: unknown option '" + unknown + "'");
+    std::string problem;
+    if (!readDoctorOptions(arguments, options, problem)) {
+        return CommandUsageError("doctor", problem);
     }
     if (!options.undo.empty()) {
         return undoRepair(options.undo);

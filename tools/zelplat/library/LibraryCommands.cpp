@@ -7,9 +7,8 @@
 #include "base/TqResultCodes.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cstring>
 #include <cstdio>
+#include <iterator>
 
 struct LibraryCommand {
     std::vector<const char*> words;
@@ -145,31 +144,104 @@ const Command kCommands[] = {
 
 } // namespace
 
-bool SameWord(const std::string& typed, const char* word) {
-    return std::equal(typed.begin(), typed.end(), word, word + std::strlen(word),
-                      [](char a, char b) {
-                          return std::toupper(static_cast<unsigned char>(a)) ==
-                                 std::toupper(static_cast<unsigned char>(b));
+bool IsLibraryCommandWord(const std::string& word) {
+    return std::any_of(std::begin(kCommands), std::end(kCommands),
+                       [&](const Command& command) { return SameWord(word, command.words[0]); });
+}
+
+namespace {
+
+bool matchesFirst(const Command& command, const Arguments& words, std::size_t count) {
+    return words.size() >= count && command.words.size() >= count &&
+           std::equal(command.words.begin(), command.words.begin() + static_cast<long>(count),
+                      words.begin(), [](const char* word, const std::string& typed) {
+                          return SameWord(typed, word);
                       });
 }
 
-const LibraryCommand* FindLibraryCommand(const Arguments& words) {
+// The argument as the usage names it.
+std::string argumentName(const Command& command) {
+    if (command.choices.empty()) {
+        return "PATH";
+    }
+    std::string name;
+    for (const char* word : command.choices) {
+        name += name.empty() ? word : std::string("|") + word;
+    }
+    return name;
+}
+
+// Which word of the line is wrong, or which piece is missing, after the longest run of words
+// some command starts with.
+std::string lineProblem(const Arguments& words) {
+    std::size_t matched = 1;
+    while (std::any_of(std::begin(kCommands), std::end(kCommands), [&](const Command& command) {
+        return matchesFirst(command, words, matched + 1);
+    })) {
+        ++matched;
+    }
+    std::string said;
+    for (std::size_t at = 0; at < matched; ++at) {
+        said += (at == 0 ? "" : " ") + words[at];
+    }
+    // What may follow the words matched so far: the next word of a longer command, or a
+    // command's argument.
+    std::vector<std::string> next;
+    bool complete = false; // the words matched are a command of their own
+    bool nextWord = false; // a word of a longer command may follow, not only an argument
+    for (const Command& command : kCommands) {
+        if (!matchesFirst(command, words, matched)) {
+            continue;
+        }
+        std::string piece;
+        if (command.words.size() > matched) {
+            piece = command.words[matched];
+            nextWord = true;
+        } else if (command.argumentCount > 0) {
+            piece = argumentName(command);
+        } else {
+            complete = true;
+        }
+        if (!piece.empty() && std::find(next.begin(), next.end(), piece) == next.end()) {
+            next.push_back(piece);
+        }
+    }
+    std::string expected;
+    for (const std::string& piece : next) {
+        expected += (expected.empty() ? "" : " or ") + piece;
+    }
+    if (words.size() == matched) {
+        return said + ": " + expected + " missing";
+    }
+    if (next.empty()) {
+        return said + ": unexpected word '" + words[matched] + "'";
+    }
+    if (!nextWord) {
+        // The argument was given; what follows it is one word too many.
+        return said + " " + words[matched] + ": unexpected word '" + words[matched + 1] + "'";
+    }
+    return said + ": unknown word '" + words[matched] + "' (" + expected +
+           (complete ? ", or nothing" : "") + " expected)";
+}
+
+} // namespace
+
+const LibraryCommand* FindLibraryCommand(const Arguments& words, std::string& problem) {
     for (const Command& candidate : kCommands) {
         const std::size_t count = candidate.words.size();
         if (words.size() == count + candidate.argumentCount &&
-            std::equal(
-                candidate.words.begin(), candidate.words.end(), words.begin(),
-                [](const char* word, const std::string& typed) { return SameWord(typed, word); })) {
+            matchesFirst(candidate, words, count)) {
             return &candidate;
         }
     }
+    problem = words.empty() ? "no command given" : lineProblem(words);
     return nullptr;
 }
 
 int RunLibraryCommand(const LibraryCommand& command, const Arguments& words, const char* logFile) {
     const PlatformDll dll;
     if (!dll.loaded()) {
-        return tq::kLoadFailed;
+        return zelexit::kLibraryNotLoaded;
     }
     Arguments arguments(words.begin() + static_cast<long>(command.words.size()), words.end());
     if (!command.choices.empty()) {
@@ -195,8 +267,9 @@ int RunLibraryCommand(const LibraryCommand& command, const Arguments& words, con
     }
     std::fputs(outcome.answer.c_str(), stdout);
     std::fflush(stdout);
-    if (outcome.result < 0 || outcome.result > command.highestAnswer) {
-        std::fprintf(stderr, "zelplat: %s\n", TqGetCommonResultText(outcome.result).c_str());
+    if (outcome.result >= 0 && outcome.result <= command.highestAnswer) {
+        return zelexit::kHealthy;
     }
-    return outcome.result;
+    std::fprintf(stderr, "zelplat: %s\n", TqGetCommonResultText(outcome.result).c_str());
+    return zelexit::OfLibraryFailure(outcome.result);
 }

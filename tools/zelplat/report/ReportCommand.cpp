@@ -3,6 +3,7 @@
 #include "report/Report.h"
 #include "report/ReportTable.h"
 #include "commandline/Usage.h"
+#include "common/ExitCodes.h"
 #include "common/GuardedFiles.h"
 #include "common/PlatformDll.h"
 #include "base/TqResultCodes.h"
@@ -24,16 +25,23 @@ ReportOptions readOptions(const Arguments& arguments) {
     bool formatGiven = false;
     for (std::size_t at = 0; at < arguments.size() && options.problem.empty(); ++at) {
         const std::string& word = arguments[at];
-        if ((word == "--json" || word == "--table") && !formatGiven) {
-            options.table = word == "--table";
+        const bool format = SameWord(word, "--json") || SameWord(word, "--table");
+        if (format && !formatGiven) {
+            options.table = SameWord(word, "--table");
             formatGiven = true;
-        } else if (word == "--output" && at + 1 < arguments.size() && !options.outputGiven) {
+        } else if (SameWord(word, "--output") && at + 1 < arguments.size() &&
+                   !options.outputGiven) {
             options.outputFile = arguments[++at];
             options.outputGiven = true;
-        } else if (word == "--force" && !options.force) {
+        } else if (SameWord(word, "--output") && !options.outputGiven) {
+            options.problem = "report: --output needs a file name";
+        } else if (SameWord(word, "--force") && !options.force) {
             options.force = true;
+        } else if (format || SameWord(word, "--output") || SameWord(word, "--force")) {
+            options.problem = format ? "report: --json and --table given together, or twice"
+                                     : "report: " + word + " given twice";
         } else {
-            options.problem = "report: unknown or repeated option '" + word + "'";
+            options.problem = "report: unknown option '" + word + "'";
         }
     }
     if (options.problem.empty() && options.outputGiven && options.outputFile.empty()) {
@@ -46,7 +54,7 @@ ReportOptions readOptions(const Arguments& arguments) {
 
 int cannotWrite(const std::string& outputFile, const std::string& why) {
     std::fprintf(stderr, "zelplat: cannot write %s: %s\n", outputFile.c_str(), why.c_str());
-    return tq::kFileAccessFailed;
+    return zelexit::kCannotWrite;
 }
 
 // The file holds what standard output would have shown: its lines end in CR LF.
@@ -71,7 +79,7 @@ int RunReportCommand(const Arguments& arguments, const char* logFile) {
     }
     const PlatformDll dll;
     if (!dll.loaded()) {
-        return tq::kLoadFailed;
+        return zelexit::kLibraryNotLoaded;
     }
     // The file is made and checked before the report, which takes a while, is built.
     OutputFile output;
