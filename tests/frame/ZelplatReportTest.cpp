@@ -267,19 +267,6 @@ protected:
         }
     }
 
-    // The first ATR byte of each entry: 64-bit contact, contactless, 32-bit contact,
-    // contactless; -1 for one that is not there.
-    static std::vector<int> atrFirstBytes() {
-        std::vector<int> bytes;
-        for (const REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
-            for (const char* key : {kTqJcopContactKey, kTqJcopContactlessKey}) {
-                const auto value = zeltest::ReadValue(HKEY_LOCAL_MACHINE, key, "ATR", view);
-                bytes.push_back(value.present && !value.data.empty() ? value.data[0] : -1);
-            }
-        }
-        return bytes;
-    }
-
     // The applet set as the library sets AGILE: a 4-byte DWORD 0.
     static void writeAgileApplet() {
         zeltest::WriteValue(HKEY_CURRENT_USER, kTqEnrollmentKey, kTqEnrollmentValue, REG_DWORD,
@@ -525,7 +512,7 @@ TEST_F(ZelplatReport, RuleAtrNotAnsweredEntriesMissingInBothViewsAreRecreated) {
                   "\r\n"
                   "doctor: nothing wrong found\r\n",
               fixed.out);
-    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0xFF, 0xFF}), atrFirstBytes());
+    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0xFF, 0xFF}), zeltest::JcopAtrFirstBytes());
     const auto again = zelplat("doctor --fix --yes");
     EXPECT_EQ(0u, again.exitCode);
     EXPECT_EQ("\r\ndoctor: nothing wrong found\r\n", again.out);
@@ -545,7 +532,7 @@ TEST_F(ZelplatReport, UnknownAtrWithoutAnInstalledMinidriverIsNotRewritten) {
     const auto fixed = zelplat("doctor --fix --yes");
     EXPECT_EQ(10u, fixed.exitCode) << fixed.out;
     EXPECT_EQ(std::string::npos, fixed.out.find("undo record")) << fixed.out;
-    EXPECT_EQ((std::vector<int>{0x12, 0x12, 0x12, 0x12}), atrFirstBytes());
+    EXPECT_EQ((std::vector<int>{0x12, 0x12, 0x12, 0x12}), zeltest::JcopAtrFirstBytes());
 }
 
 TEST_F(ZelplatReport, RuleAtrMiddlewareMissing) {

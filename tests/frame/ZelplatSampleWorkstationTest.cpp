@@ -9,6 +9,7 @@
 #include "base/TqResultCodes.h"
 #include "support/JsonSchemaCheck.h"
 #include "support/TestSupport.h"
+#include "support/Workstation.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -173,19 +174,6 @@ protected:
         }
         return text;
     }
-
-    // The first ATR byte of each JCOP 41 entry: 64-bit contact, contactless, 32-bit contact,
-    // contactless.
-    static std::vector<int> atrFirstBytes() {
-        std::vector<int> bytes;
-        for (const REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
-            for (const char* key : {kTqJcopContactKey, kTqJcopContactlessKey}) {
-                const auto value = zeltest::ReadValue(HKEY_LOCAL_MACHINE, key, "ATR", view);
-                bytes.push_back(value.present && !value.data.empty() ? value.data[0] : -1);
-            }
-        }
-        return bytes;
-    }
 };
 
 TEST_F(ZelplatSampleWorkstation, ReportIsOneUtf8DocumentAndTheStreamsCarryNoLibraryLine) {
@@ -270,7 +258,7 @@ TEST_F(ZelplatSampleWorkstation, DoctorFixYesRepairsWhatItCanAndTheDoctorFindsNo
     EXPECT_EQ("", fixed.err);
     // What is left: the agent that only a person can start, a warning.
     EXPECT_EQ(1u, fixed.exitCode);
-    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0xFF, 0xFF}), atrFirstBytes());
+    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0xFF, 0xFF}), zeltest::JcopAtrFirstBytes());
     const auto after = zelplat("doctor");
     EXPECT_EQ(1u, after.exitCode);
     EXPECT_EQ(std::string::npos, after.out.find("PROBLEM"));
@@ -399,7 +387,7 @@ TEST_F(ZelplatSampleWorkstation, UndoRecordHoldsThePreFixBytesAndUndoPutsThemBac
     const auto redone = zelplat("doctor --undo \"" + undoRecord + "\"");
     records.push_back(recordPath(redone.out));
     EXPECT_EQ(0u, redone.exitCode) << redone.out;
-    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0xFF, 0xFF}), atrFirstBytes());
+    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0xFF, 0xFF}), zeltest::JcopAtrFirstBytes());
 }
 
 // The machine-wide records' folder is made, and kept, with the DACL
@@ -476,7 +464,7 @@ TEST_F(ZelplatSampleWorkstation, DeniedEntryRefusesTheMachineWideFixBeforeAnythi
 }
 
 TEST_F(ZelplatSampleWorkstation, DoctorFixDryRunOnlyShows) {
-    const std::vector<int> before = atrFirstBytes();
+    const std::vector<int> before = zeltest::JcopAtrFirstBytes();
     const auto run = zelplat("doctor --fix --dry-run");
     EXPECT_EQ(2u, run.exitCode);
     EXPECT_EQ(0u, run.out.find("fix atr-views-disagree: zelplat atr set PIVMINIDRIVER\r\n"
@@ -484,7 +472,7 @@ TEST_F(ZelplatSampleWorkstation, DoctorFixDryRunOnlyShows) {
                                "  not applied (--dry-run)\r\n"))
         << run.out;
     EXPECT_EQ(std::string::npos, run.out.find("undo record")) << run.out;
-    EXPECT_EQ(before, atrFirstBytes());
+    EXPECT_EQ(before, zeltest::JcopAtrFirstBytes());
     EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0x3B, 0xFF}), before);
 }
 
@@ -497,7 +485,7 @@ TEST_F(ZelplatSampleWorkstation, ScopeUserLeavesTheMachineWideFix) {
                                "  left to the machine-wide run (--scope user)\r\n"))
         << run.out;
     EXPECT_EQ(std::string::npos, run.out.find("undo record")) << run.out;
-    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0x3B, 0xFF}), atrFirstBytes());
+    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0x3B, 0xFF}), zeltest::JcopAtrFirstBytes());
 }
 
 // Without --yes a person answers; no answer (no console, end of input) is no.
@@ -509,7 +497,7 @@ TEST_F(ZelplatSampleWorkstation, DoctorFixWithoutAnAnswerChangesNothing) {
                                "  apply it? [y/N] \r\n"
                                "  not applied\r\n"))
         << run.out;
-    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0x3B, 0xFF}), atrFirstBytes());
+    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0x3B, 0xFF}), zeltest::JcopAtrFirstBytes());
 }
 
 // --- the exit codes a management tool decides by -------------------------------------------------
@@ -526,7 +514,7 @@ TEST_F(ZelplatSampleWorkstation, UsageErrorsExit30ForEveryCommand) {
     EXPECT_EQ(0u, zelplat("doctor --yes").err.find("zelplat: doctor: --yes goes with --fix\r\n"));
     EXPECT_EQ(0u, zelplat("doctor --frobnicate")
                       .err.find("zelplat: doctor: unknown option '--frobnicate'\r\n"));
-    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0x3B, 0xFF}), atrFirstBytes());
+    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0x3B, 0xFF}), zeltest::JcopAtrFirstBytes());
 }
 
 // On the sample workstation, fault and all, every reading command ends on a code of the one
@@ -543,7 +531,7 @@ TEST_F(ZelplatSampleWorkstation, EveryReadingCommandExitsWithACodeOfTheTable) {
     }
     // The detected OT middleware is an answer.
     EXPECT_EQ(0u, zelplat("oberthur").exitCode);
-    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0x3B, 0xFF}), atrFirstBytes());
+    EXPECT_EQ((std::vector<int>{0xFF, 0xFF, 0x3B, 0xFF}), zeltest::JcopAtrFirstBytes());
 }
 
 TEST_F(ZelplatSampleWorkstation, LibraryThatCannotBeLoadedExits40) {

@@ -2,6 +2,8 @@
 
 #include "support/TestSupport.h"
 
+#include "card/TqATRMiddleware.h"
+
 #include <gtest/gtest.h>
 #include <shlobj.h>
 
@@ -150,6 +152,17 @@ void Workstation::install(const DriverPackage& package, CallSite caller) {
                                 (folder + "\\CIVMinidriver64.dll").c_str(), FALSE))
             << ::GetLastError();
     }
+}
+
+std::vector<int> JcopAtrFirstBytes() {
+    std::vector<int> bytes;
+    for (const REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
+        for (const char* key : {kTqJcopContactKey, kTqJcopContactlessKey}) {
+            const StoredValue value = ReadValue(HKEY_LOCAL_MACHINE, key, "ATR", view);
+            bytes.push_back(value.present && !value.data.empty() ? value.data[0] : -1);
+        }
+    }
+    return bytes;
 }
 
 } // namespace zeltest

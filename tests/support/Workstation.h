@@ -65,4 +65,8 @@ private:
     CallSite made_; // the test's line that made it, which its clean-up also reports
 };
 
+// The first ATR byte of each JCOP 41 card entry: 64-bit contact, contactless, 32-bit contact,
+// contactless; -1 for one that is not there.
+std::vector<int> JcopAtrFirstBytes();
+
 } // namespace zeltest
