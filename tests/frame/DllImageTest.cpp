@@ -478,6 +478,18 @@ TEST(DllImage, ShippedBinariesCarryAValidChecksum) {
     }
 }
 
+// The canary is checked at run time: a function that overruns its stack buffer never returns, and
+// the process ends with the fail-fast status of a stack buffer overrun. A short copy runs as usual.
+TEST(StackProtector, AnOverrunBufferEndsTheProcessBeforeTheFunctionReturns) {
+    const std::string program = "\"" + zeltest::BuiltFile("zel_kit_stack_smash.exe") + "\" ";
+    const zeltest::ProcessResult fits = zeltest::RunProgram(program + "short");
+    EXPECT_EQ(0u, fits.exitCode);
+    EXPECT_EQ("copied short\r\nreturned\r\n", fits.out);
+    const zeltest::ProcessResult overrun = zeltest::RunProgram(program + std::string(64, 'x'));
+    EXPECT_EQ(static_cast<DWORD>(STATUS_STACK_BUFFER_OVERRUN), overrun.exitCode);
+    EXPECT_EQ(std::string::npos, overrun.out.find("returned"));
+}
+
 // The doctor's test hook is built into the suite's own zelplat only: the shipped one holds
 // neither the variable's name nor the words that arm it.
 TEST(DllImage, ShippedZelplatHasNoTestHook) {
